@@ -1,0 +1,81 @@
+// An HTTP client with reused connections, streaming bodies and inactivity time-outs.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Base/FRXError.h"
+
+namespace ferrox {
+
+class HostNameResolver;
+
+struct HTTPClientRequest {
+  std::string url;
+  std::string method = "GET";
+  std::vector<std::pair<std::string, std::string>> headers;
+  /// The request fails when this long passes without a byte in either direction, connecting included.
+  /// Absent: no limit. A transfer that makes progress is never cut.
+  std::optional<std::chrono::milliseconds> inactivityTimeout = std::chrono::seconds(60);
+  /// A collected body (no `onData`) larger than this fails the request.
+  std::size_t maxBodySize = std::size_t{64} << 20;
+};
+
+struct HTTPClientResponse {
+  int status = 0;
+  /// In the order of arrival, names as sent. Of a redirect or an interim answer only the last answer's.
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+
+  /// First header of that name, compared without regard to ASCII case; nullptr when absent.
+  const std::string* header(std::string_view name) const;
+};
+
+/// A request under way. Dropping the handle does not cancel.
+class HTTPClientTask {
+ public:
+  virtual ~HTTPClientTask() = default;
+  /// The completion follows with an error of code `HTTPClientErrorCancelled`, unless it was already under
+  /// way. Thread: any
+  virtual void cancel() = 0;
+};
+
+inline constexpr const char* HTTPClientErrorDomain = "com.ferrox.http.ErrorDomain";
+/// Codes of this domain; every other code is the transfer library's own.
+inline constexpr int HTTPClientErrorCancelled = -999;
+inline constexpr int HTTPClientErrorTimedOut = -1001;
+inline constexpr int HTTPClientErrorBadURL = -1000;
+inline constexpr int HTTPClientErrorBodyTooLarge = -1103;
+
+struct HTTPClientCallbacks {
+  /// Status and headers, before any byte of the body. Returning false cancels. Optional.
+  std::function<bool(const HTTPClientResponse&)> onResponse;
+  /// A piece of the body, valid during the call; the body is then not collected. Called on the transfer
+  /// thread and so must not block for long. Returning false cancels. Optional.
+  std::function<bool(std::string_view)> onData;
+  /// Exactly once, never inside the call that began the request, on a callback thread that may be blocked
+  /// without stalling any transfer. Either an error or a response.
+  std::function<void(std::optional<FRXError>, HTTPClientResponse)> onCompletion;
+};
+
+/// Thread: any
+class HTTPClient {
+ public:
+  virtual ~HTTPClient() = default;
+  virtual std::shared_ptr<HTTPClientTask> send(HTTPClientRequest request, HTTPClientCallbacks callbacks) = 0;
+
+  /// Host names are looked up through `resolver`, which must outlive the client; all addresses are tried.
+  /// Only http URLs are accepted; redirects are not followed. Destroying the client cancels what is under
+  /// way and waits for the completions.
+  static std::unique_ptr<HTTPClient> make(HostNameResolver& resolver);
+};
+
+}  // namespace ferrox

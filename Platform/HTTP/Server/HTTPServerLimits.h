@@ -1,0 +1,37 @@
+// What one client, or all together, may ask of the HTTP server.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace ferrox {
+
+/// Set before the server starts. A request beyond a limit is answered with the status named here and the
+/// connection is closed.
+struct HTTPServerLimits {
+  std::size_t requestLine = 8 * 1024;                     ///< bytes; 414
+  std::size_t headerBlock = 16 * 1024;                    ///< bytes of all header lines; 431
+  std::size_t headerCount = 128;                          ///< header lines; 431
+  std::size_t body = std::size_t{1} << 20;                ///< bytes; 413
+  std::size_t connections = 1024;                         ///< in all; the newest is closed unanswered
+  std::size_t connectionsPerAddress = 256;                ///< from one remote address; likewise
+  std::size_t webSocketMessage = std::size_t{4} << 20;    ///< bytes; close code 1009
+  std::size_t webSocketSendQueue = std::size_t{8} << 20;  ///< bytes not yet taken by the peer; then cut
+  std::chrono::milliseconds headerDeadline = std::chrono::seconds(10);  ///< first byte to end of header; 408
+  std::chrono::milliseconds idleTimeout = std::chrono::seconds(75);     ///< between requests; closed
+  std::chrono::milliseconds bodyTimeout = std::chrono::seconds(30);     ///< without progress either way; cut
+  std::chrono::milliseconds webSocketCloseTimeout = std::chrono::seconds(5);  ///< for the closing handshake
+};
+
+/// Who may upgrade to a WebSocket. A web page must not be able to join: neither from another origin, nor by
+/// a host name of its own that it has rebound to this machine.
+struct WebSocketAccess {
+  /// Origins accepted besides the server's own host, for example "https://panel.example.org".
+  std::vector<std::string> allowedOrigins;
+  /// `Host` values accepted besides IP literals, localhost, the machine's own name and names under .local.
+  std::vector<std::string> allowedHosts;
+};
+
+}  // namespace ferrox

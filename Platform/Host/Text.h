@@ -1,0 +1,49 @@
+// Unicode rules (ICU), coding of bytes as text, and dates as text.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Base/FRXValue.h"
+
+namespace ferrox::text {
+
+/// Full Unicode case mapping, independent of locale. Text that is not UTF-8 has its bad bytes replaced by
+/// U+FFFD. Thread: any
+std::string upperCased(std::string_view utf8);
+/// Case-insensitive equality by Unicode simple case folding.
+bool equalsIgnoringCase(std::string_view a, std::string_view b);
+/// Without the characters of the white-space-and-newline class at both ends.
+std::string trimmed(std::string_view utf8);
+/// Only letters, marks and decimal digits stay.
+std::string alphanumericOnly(std::string_view utf8);
+bool isValidUtf8(std::string_view bytes);
+/// How many characters (code points) the text has.
+std::size_t characterCount(std::string_view utf8);
+/// The first `count` characters.
+std::string prefix(std::string_view utf8, std::size_t count);
+/// The longest beginning of at most `maxBytes` bytes that does not cut a character.
+std::string_view prefixOfBytes(std::string_view utf8, std::size_t maxBytes);
+
+/// Standard base64 (RFC 4648 section 4) with padding and no line breaks.
+std::string base64Encoded(std::string_view bytes);
+std::optional<std::string> base64Decoded(std::string_view text);
+
+/// A random UUID (RFC 9562 version 4), upper case.
+std::string randomUUID();
+
+/// Formats and reads dates by a Unicode date pattern in the current locale and time zone.
+class DateFormatter {
+ public:
+  explicit DateFormatter(std::string_view pattern);
+  ~DateFormatter();
+  std::string format(FRXDate date) const;
+  std::optional<FRXDate> parse(std::string_view text) const;
+
+ private:
+  struct Impl;
+  Impl* impl_;
+};
+
+}  // namespace ferrox::text

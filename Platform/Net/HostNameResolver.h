@@ -1,0 +1,36 @@
+// Turns host names into addresses: names under .local through discovery, all others through the system.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Base/FRXError.h"
+#include "Platform/Net/SocketAddress.h"
+
+namespace ferrox {
+
+class DNSSD;
+
+class HostNameResolver {
+ public:
+  /// Addresses in the order in which they should be tried (RFC 8305 section 4: families alternate), or an
+  /// error; never both.
+  using Completion = std::function<void(std::vector<SocketAddress>, std::optional<FRXError>)>;
+
+  virtual ~HostNameResolver() = default;
+
+  /// Looks `hostName` up; IP literals are answered without any look-up. A trailing dot is allowed.
+  /// `completion` is called exactly once, never inside this call, on any thread, at the latest after
+  /// `timeout`. Thread: any
+  virtual void resolve(const std::string& hostName, std::uint16_t port, std::chrono::milliseconds timeout,
+                       Completion completion) = 0;
+
+  /// `discovery` answers the names under .local and must outlive the resolver.
+  static std::unique_ptr<HostNameResolver> make(DNSSD& discovery);
+};
+
+}  // namespace ferrox

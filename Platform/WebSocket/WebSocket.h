@@ -1,0 +1,62 @@
+// Server side of a WebSocket (RFC 6455): the endpoint that an upgraded connection is handed to.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace ferrox {
+
+class WebSocket;
+
+/// Told about one endpoint. Thread: the connection's network thread
+class WebSocketListener {
+ public:
+  virtual ~WebSocketListener() = default;
+  virtual void webSocketDidOpen(WebSocket& socket) { (void)socket; }
+  virtual void webSocketDidReceiveMessage(WebSocket& socket, std::string_view text) {
+    (void)socket, (void)text;
+  }
+  /// Exactly once for every endpoint that opened, however it ended.
+  virtual void webSocketDidClose(WebSocket& socket) { (void)socket; }
+};
+
+/// The upgraded connection below an endpoint. Made by the server.
+/// Thread: any
+class WebSocketTransport {
+ public:
+  virtual ~WebSocketTransport() = default;
+  /// Queues one text message; messages keep their order. A queue over its limit ends the connection.
+  virtual void sendText(std::string text) = 0;
+  /// Starts the closing handshake.
+  virtual void close(std::uint16_t code, std::string reason) = 0;
+  /// The peer's address without a port.
+  virtual std::string connectedHost() const = 0;
+  virtual std::uint16_t localPort() const = 0;
+};
+
+/// An inbound socket. Pings are answered and the closing handshake is kept by the server. A binary message
+/// is refused with close code 1003, one above the size limit with 1009, text that is not UTF-8 with 1007.
+class WebSocket {
+ public:
+  explicit WebSocket(std::shared_ptr<WebSocketTransport> transport) : transport_(std::move(transport)) {}
+  virtual ~WebSocket() = default;
+
+  /// Before the upgrade is answered, on the network thread. Held weakly.
+  void setDelegate(std::weak_ptr<WebSocketListener> listener) { delegate_ = std::move(listener); }
+  std::shared_ptr<WebSocketListener> delegate() const { return delegate_.lock(); }
+
+  void sendMessage(std::string text) { transport_->sendText(std::move(text)); }
+  void close(std::uint16_t code = 1000, std::string reason = {}) {
+    transport_->close(code, std::move(reason));
+  }
+  std::string connectedHost() const { return transport_->connectedHost(); }
+  std::uint16_t localPort() const { return transport_->localPort(); }
+
+ private:
+  std::shared_ptr<WebSocketTransport> transport_;
+  std::weak_ptr<WebSocketListener> delegate_;
+};
+
+}  // namespace ferrox

@@ -1,0 +1,22 @@
+# Every outside library, in one place. README.md says what each is for.
+
+find_package(Threads REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS json url)
+find_package(CURL REQUIRED)
+find_package(ICU 70 REQUIRED COMPONENTS i18n uc)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(AVAHI REQUIRED IMPORTED_TARGET avahi-core avahi-client)
+find_package(wslay REQUIRED)
+
+if(FERROX_BUILD_APPS)
+  find_package(CLI11 REQUIRED)
+  find_package(fmt REQUIRED)
+  find_package(spdlog REQUIRED)
+endif()
+if(FERROX_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(FERROX_BUILD_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

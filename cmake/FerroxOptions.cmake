@@ -1,0 +1,38 @@
+# What can be switched, and the flags that every target of ours is compiled with.
+
+option(FERROX_BUILD_APPS "Build the ferrox command" ${PROJECT_IS_TOP_LEVEL})
+option(FERROX_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+option(FERROX_BUILD_BENCHMARKS "Build the benchmarks" OFF)
+option(FERROX_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
+option(FERROX_BUILD_SHARED "Build the shared library beside the static one" OFF)
+option(FERROX_WARNINGS_AS_ERRORS "Treat every warning as an error" OFF)
+set(FERROX_SANITIZE "" CACHE STRING "Value of -fsanitize=, for example address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+find_program(FERROX_CCACHE ccache)
+if(FERROX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${FERROX_CCACHE}")
+endif()
+
+# Carried by our own targets only, never by what a consumer compiles.
+add_library(ferrox_flags INTERFACE)
+target_compile_options(ferrox_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(ferrox_flags INTERFACE -Wthread-safety)
+endif()
+if(FERROX_WARNINGS_AS_ERRORS)
+  target_compile_options(ferrox_flags INTERFACE -Werror)
+endif()
+if(FERROX_SANITIZE)
+  target_compile_options(ferrox_flags INTERFACE -fsanitize=${FERROX_SANITIZE} -fno-omit-frame-pointer
+                         -fno-sanitize-recover=undefined)
+  target_link_options(ferrox_flags INTERFACE -fsanitize=${FERROX_SANITIZE})
+endif()
