@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,6 +15,12 @@
 namespace ferrox {
 
 class DNSSD;
+
+inline constexpr const char* HostNameResolverErrorDomain = "com.ferrox.resolver.ErrorDomain";
+/// What was given cannot be a host name.
+inline constexpr int HostNameResolverErrorUnusableName = 1;
+inline constexpr int HostNameResolverErrorNotFound = 2;
+inline constexpr int HostNameResolverErrorTimedOut = 3;
 
 class HostNameResolver {
  public:
