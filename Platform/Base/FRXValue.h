@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -26,9 +27,15 @@ class FRXValue {
   FRXValue() = default;
   FRXValue(std::nullptr_t) {}
   FRXValue(bool value) : storage_(value) {}
+  /// An integer that does not fit 64 bits signed becomes a double, as in `parseJson`.
   template <typename Integer>
-  requires(std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>) FRXValue(Integer value)
-      : storage_(static_cast<std::int64_t>(value)) {}
+  requires(std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>) FRXValue(Integer value) {
+    if (std::in_range<std::int64_t>(value)) {
+      storage_ = static_cast<std::int64_t>(value);
+    } else {
+      storage_ = static_cast<double>(value);
+    }
+  }
   FRXValue(double value) : storage_(value) {}
   FRXValue(const char* text) : storage_(std::string(text)) {}
   FRXValue(std::string_view text) : storage_(std::string(text)) {}

@@ -1,6 +1,9 @@
 // Unicode rules (ICU), coding of bytes as text, and dates as text.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,18 +35,24 @@ std::optional<std::string> base64Decoded(std::string_view text);
 
 /// A random UUID (RFC 9562 version 4), upper case.
 std::string randomUUID();
+/// The same form made of given random or keyed bytes: version and variant bits are set over them.
+std::string uuidText(std::array<unsigned char, 16> bytes);
 
-/// Formats and reads dates by a Unicode date pattern in the current locale and time zone.
+/// Formats and reads dates by a Unicode date pattern in the current locale and time zone. A pattern that is
+/// not usable gives empty texts and no dates. Reading is strict: the whole text has to match, and day or hour
+/// out of range are refused. Thread: any
 class DateFormatter {
  public:
   explicit DateFormatter(std::string_view pattern);
   ~DateFormatter();
+  DateFormatter(const DateFormatter&) = delete;
+  DateFormatter& operator=(const DateFormatter&) = delete;
   std::string format(FRXDate date) const;
   std::optional<FRXDate> parse(std::string_view text) const;
 
  private:
   struct Impl;
-  Impl* impl_;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace ferrox::text

@@ -5,14 +5,32 @@
 #include <netinet/in.h>
 #include <strings.h>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 
 namespace ferrox {
 namespace {
 
-// Service records keep host names upper-cased, a scope in them included, while interface names are
-// case-sensitive: so a name that fits in another case counts when no exact one does.
+/// Copies, because the storage's type must not be read through another one.
+template <typename Native>
+Native nativeAs(const sockaddr_storage& storage) {
+  Native result{};
+  std::memcpy(&result, &storage, sizeof result);
+  return result;
+}
+
+SocketAddress fromIPv4(in_addr address, in_port_t portInNetworkOrder) {
+  sockaddr_in native{};
+  native.sin_family = AF_INET;
+  native.sin_port = portInNetworkOrder;
+  native.sin_addr = address;
+  return SocketAddress::fromNative(reinterpret_cast<const sockaddr*>(&native), sizeof native);
+}
+
+/// Service records keep host names upper-cased, a scope in them included, while interface names are
+/// case-sensitive: so a name that fits in another case counts when no exact one does.
 unsigned interfaceIndexIgnoringCase(const std::string& name) {
   struct if_nameindex* const interfaces = if_nameindex();
   if (interfaces == nullptr) return 0;
@@ -24,107 +42,122 @@ unsigned interfaceIndexIgnoringCase(const std::string& name) {
   return index;
 }
 
-// RFC 4007 section 11: the zone is an interface's name or its index in decimal.
-std::optional<std::uint32_t> scopeFromText(std::string_view text) {
+/// The zone is an interface's name or its index in decimal (RFC 4007 section 11).
+std::optional<std::uint32_t> scopeFromText(const std::string& text) {
   if (text.empty()) return std::nullopt;
-  const std::string name(text);
-  if (const unsigned index = if_nametoindex(name.c_str()); index != 0) return index;
-  if (const unsigned index = interfaceIndexIgnoringCase(name); index != 0) return index;
+  if (const unsigned index = if_nametoindex(text.c_str()); index != 0) return index;
+  if (const unsigned index = interfaceIndexIgnoringCase(text); index != 0) return index;
   std::uint32_t number = 0;
-  const auto [end, code] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (code != std::errc{} || end != text.data() + text.size() || number == 0) return std::nullopt;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (failure != std::errc() || end != text.data() + text.size() || number == 0) return std::nullopt;
   return number;
-}
-
-const sockaddr_in& asIPv4(const sockaddr_storage& storage) {
-  return reinterpret_cast<const sockaddr_in&>(storage);
-}
-const sockaddr_in6& asIPv6(const sockaddr_storage& storage) {
-  return reinterpret_cast<const sockaddr_in6&>(storage);
 }
 
 }  // namespace
 
 std::optional<SocketAddress> SocketAddress::fromText(std::string_view text, std::uint16_t port) {
-  const auto percent = text.find('%');
-  const std::string address(text.substr(0, percent));
-  sockaddr_in v4{};
-  if (percent == std::string_view::npos && inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1) {
-    v4.sin_family = AF_INET;
-    v4.sin_port = htons(port);
-    return fromNative(reinterpret_cast<const sockaddr*>(&v4), sizeof(v4));
+  if (text.find('\0') != std::string_view::npos) return std::nullopt;
+  const std::size_t percent = text.find('%');
+  const std::string host(text.substr(0, percent));
+  if (in_addr address{};
+      percent == std::string_view::npos && inet_pton(AF_INET, host.c_str(), &address) == 1) {
+    return fromIPv4(address, htons(port));
   }
-  sockaddr_in6 v6{};
-  if (address.size() != std::strlen(address.c_str()) ||
-      inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) != 1) {
-    return std::nullopt;
-  }
+  sockaddr_in6 native{};
+  native.sin6_family = AF_INET6;
+  native.sin6_port = htons(port);
+  if (inet_pton(AF_INET6, host.c_str(), &native.sin6_addr) != 1) return std::nullopt;
   if (percent != std::string_view::npos) {
-    const auto scope = scopeFromText(text.substr(percent + 1));
+    const std::optional<std::uint32_t> scope = scopeFromText(std::string(text.substr(percent + 1)));
     if (!scope) return std::nullopt;
-    v6.sin6_scope_id = *scope;
+    native.sin6_scope_id = *scope;
   }
-  v6.sin6_family = AF_INET6;
-  v6.sin6_port = htons(port);
-  return fromNative(reinterpret_cast<const sockaddr*>(&v6), sizeof(v6));
+  return fromNative(reinterpret_cast<const sockaddr*>(&native), sizeof native);
 }
 
 SocketAddress SocketAddress::fromNative(const sockaddr* address, socklen_t length) {
   SocketAddress result;
-  if (length <= sizeof(result.storage_)) {
-    std::memcpy(&result.storage_, address, length);
-    result.length_ = length;
+  if (address == nullptr || length < sizeof(sa_family_t)) return result;
+  std::memcpy(&result.storage_, address, std::min<std::size_t>(length, sizeof result.storage_));
+  const sa_family_t family = result.storage_.ss_family;
+  if (family == AF_INET && length >= sizeof(sockaddr_in)) {
+    result.length_ = sizeof(sockaddr_in);
+    return result;
   }
+  if (family != AF_INET6 || length < sizeof(sockaddr_in6)) return SocketAddress();
+  const auto native = nativeAs<sockaddr_in6>(result.storage_);
+  if (IN6_IS_ADDR_V4MAPPED(&native.sin6_addr)) {
+    in_addr inner{};
+    std::memcpy(&inner, native.sin6_addr.s6_addr + 12, sizeof inner);
+    return fromIPv4(inner, native.sin6_port);
+  }
+  result.length_ = sizeof(sockaddr_in6);
   return result;
 }
 
 std::string SocketAddress::hostText() const {
-  char text[INET6_ADDRSTRLEN] = {};
+  std::array<char, INET6_ADDRSTRLEN> text{};
   if (storage_.ss_family == AF_INET) {
-    inet_ntop(AF_INET, &asIPv4(storage_).sin_addr, text, sizeof(text));
-    return text;
+    const auto native = nativeAs<sockaddr_in>(storage_);
+    inet_ntop(AF_INET, &native.sin_addr, text.data(), text.size());
+    return text.data();
   }
-  if (!isIPv6()) return {};
-  const auto& v6 = asIPv6(storage_);
-  inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof(text));
-  if (v6.sin6_scope_id == 0) return text;
-  char name[IF_NAMESIZE] = {};
-  const char* const known = if_indextoname(v6.sin6_scope_id, name);
-  return std::string(text) + "%" + (known != nullptr ? name : std::to_string(v6.sin6_scope_id));
+  if (storage_.ss_family != AF_INET6) return {};
+  const auto native = nativeAs<sockaddr_in6>(storage_);
+  inet_ntop(AF_INET6, &native.sin6_addr, text.data(), text.size());
+  std::string result = text.data();
+  if (native.sin6_scope_id != 0) {
+    std::array<char, IF_NAMESIZE> name{};
+    const bool named = if_indextoname(native.sin6_scope_id, name.data()) != nullptr;
+    result += "%";
+    result += named ? std::string(name.data()) : std::to_string(native.sin6_scope_id);
+  }
+  return result;
 }
 
 std::uint16_t SocketAddress::port() const {
-  if (storage_.ss_family == AF_INET) return ntohs(asIPv4(storage_).sin_port);
-  return isIPv6() ? ntohs(asIPv6(storage_).sin6_port) : std::uint16_t{0};
+  if (storage_.ss_family == AF_INET) return ntohs(nativeAs<sockaddr_in>(storage_).sin_port);
+  if (storage_.ss_family == AF_INET6) return ntohs(nativeAs<sockaddr_in6>(storage_).sin6_port);
+  return 0;
 }
 
 void SocketAddress::setPort(std::uint16_t port) {
-  if (storage_.ss_family == AF_INET) reinterpret_cast<sockaddr_in&>(storage_).sin_port = htons(port);
-  if (isIPv6()) reinterpret_cast<sockaddr_in6&>(storage_).sin6_port = htons(port);
+  // Both families keep the port at the same place (RFC 3493 section 3.3).
+  static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+  if (storage_.ss_family != AF_INET && storage_.ss_family != AF_INET6) return;
+  const in_port_t inNetworkOrder = htons(port);
+  std::memcpy(reinterpret_cast<char*>(&storage_) + offsetof(sockaddr_in, sin_port), &inNetworkOrder,
+              sizeof inNetworkOrder);
 }
 
 bool SocketAddress::isLoopback() const {
-  if (storage_.ss_family == AF_INET) return (ntohl(asIPv4(storage_).sin_addr.s_addr) >> 24) == 127;
-  if (!isIPv6()) return false;
-  const auto& bytes = asIPv6(storage_).sin6_addr;
-  return IN6_IS_ADDR_LOOPBACK(&bytes) || (IN6_IS_ADDR_V4MAPPED(&bytes) && bytes.s6_addr[12] == 127);
+  if (storage_.ss_family == AF_INET) {
+    return (ntohl(nativeAs<sockaddr_in>(storage_).sin_addr.s_addr) >> 24) == 127;
+  }
+  if (storage_.ss_family != AF_INET6) return false;
+  const auto native = nativeAs<sockaddr_in6>(storage_);
+  return IN6_IS_ADDR_LOOPBACK(&native.sin6_addr);
 }
 
 bool SocketAddress::isLinkLocal() const {
-  if (storage_.ss_family == AF_INET) return (ntohl(asIPv4(storage_).sin_addr.s_addr) >> 16) == 0xA9FE;
-  return isIPv6() && IN6_IS_ADDR_LINKLOCAL(&asIPv6(storage_).sin6_addr);
+  if (storage_.ss_family == AF_INET) {
+    return (ntohl(nativeAs<sockaddr_in>(storage_).sin_addr.s_addr) >> 16) == 0xa9fe;
+  }
+  if (storage_.ss_family != AF_INET6) return false;
+  const auto native = nativeAs<sockaddr_in6>(storage_);
+  return IN6_IS_ADDR_LINKLOCAL(&native.sin6_addr);
 }
 
 bool SocketAddress::operator==(const SocketAddress& other) const {
   if (storage_.ss_family != other.storage_.ss_family || port() != other.port()) return false;
   if (storage_.ss_family == AF_INET) {
-    return asIPv4(storage_).sin_addr.s_addr == asIPv4(other.storage_).sin_addr.s_addr;
+    return nativeAs<sockaddr_in>(storage_).sin_addr.s_addr ==
+           nativeAs<sockaddr_in>(other.storage_).sin_addr.s_addr;
   }
-  if (!isIPv6()) return true;
-  const auto& a = asIPv6(storage_);
-  const auto& b = asIPv6(other.storage_);
-  return a.sin6_scope_id == b.sin6_scope_id &&
-         std::memcmp(&a.sin6_addr, &b.sin6_addr, sizeof(a.sin6_addr)) == 0;
+  if (storage_.ss_family != AF_INET6) return true;
+  const auto mine = nativeAs<sockaddr_in6>(storage_);
+  const auto theirs = nativeAs<sockaddr_in6>(other.storage_);
+  return IN6_ARE_ADDR_EQUAL(&mine.sin6_addr, &theirs.sin6_addr) && mine.sin6_scope_id == theirs.sin6_scope_id;
 }
 
 }  // namespace ferrox

@@ -10,11 +10,14 @@
 
 namespace ferrox {
 
+/// A value. An IPv4 address in IPv6 clothes (::ffff:10.0.0.7, as dual-stack sockets report it) is kept as the
+/// IPv4 address it is. A default one is no address: empty text, port 0. Thread: any
 class SocketAddress {
  public:
   SocketAddress() = default;
   /// Nothing unless `text` is an IP literal (an IPv6 one may carry %scope).
   static std::optional<SocketAddress> fromText(std::string_view text, std::uint16_t port);
+  /// No address when the family is neither IPv4 nor IPv6 or the length is too short for it.
   static SocketAddress fromNative(const sockaddr* address, socklen_t length);
 
   /// For example "10.0.0.7" or "fe80::1%eth0"; without the port.
