@@ -29,15 +29,17 @@ class RunLoop {
   /// Runs `task` later, never inside this call, in the order of posting. A task that throws is logged and
   /// dropped. Thread: any
   void post(Task task);
-  /// Runs `task` now when already on the loop's thread, else posts it. Thread: any
+  /// Runs `task` now when already on the loop's thread, else posts it (also while no thread has driven the
+  /// loop yet). Thread: any
   void postOrRun(Task task);
 
   /// Works until `stop()`. Thread: becomes the loop's
   void run();
-  /// Works until `done()` holds or the time is over; returns whether it held. `done` is asked after every
-  /// turn. Thread: becomes the loop's
+  /// Works until `done()` holds or `timeout` of real time is over; returns whether it held. `done` is asked
+  /// at the beginning and after every turn. `stop()` does not end it. Thread: becomes the loop's
   bool runUntil(const std::function<bool()>& done, Clock::Duration timeout);
-  /// Ends `run()` after the current task. Thread: any
+  /// Ends `run()` after the current task; the next `run()` when none is under way. Tasks that were not run
+  /// stay posted. Thread: any
   void stop();
 
   /// Drives the loop from a thread of its own until `stopThread()`, which waits for it.

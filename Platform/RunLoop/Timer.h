@@ -15,6 +15,9 @@ class Timer {
  public:
   using Action = std::function<void()>;
 
+  /// Repeating timers are never quicker than this.
+  static constexpr Clock::Duration minimumInterval = std::chrono::milliseconds(1);
+
   [[nodiscard]] static std::unique_ptr<Timer> scheduleOnce(RunLoop& loop, Clock::Duration delay,
                                                            Action action);
   [[nodiscard]] static std::unique_ptr<Timer> scheduleRepeating(RunLoop& loop, Clock::Duration interval,
