@@ -54,6 +54,14 @@ inline constexpr int HTTPClientErrorCancelled = -999;
 inline constexpr int HTTPClientErrorTimedOut = -1001;
 inline constexpr int HTTPClientErrorBadURL = -1000;
 inline constexpr int HTTPClientErrorBodyTooLarge = -1103;
+/// The answer's status lines and headers exceed `HTTPClientMaxHeaderSize`.
+inline constexpr int HTTPClientErrorHeaderTooLarge = -1104;
+/// A method or header that cannot be sent as it is, for example one with a line break.
+inline constexpr int HTTPClientErrorInvalidRequest = -1105;
+
+inline constexpr std::size_t HTTPClientMaxHeaderSize = std::size_t{64} << 10;
+/// Requests to one host and port beyond so many wait for their turn; their time-out starts with it.
+inline constexpr std::size_t HTTPClientMaxTransfersPerHost = 32;
 
 struct HTTPClientCallbacks {
   /// Status and headers, before any byte of the body. Returning false cancels. Optional.
@@ -73,8 +81,8 @@ class HTTPClient {
   virtual std::shared_ptr<HTTPClientTask> send(HTTPClientRequest request, HTTPClientCallbacks callbacks) = 0;
 
   /// Host names are looked up through `resolver`, which must outlive the client; all addresses are tried.
-  /// Only http URLs are accepted; redirects are not followed. Destroying the client cancels what is under
-  /// way and waits for the completions.
+  /// Only http URLs are accepted; redirects are not followed; proxies are not used. Destroying the client,
+  /// which no callback of its own may do, cancels what is under way and waits for the completions.
   static std::unique_ptr<HTTPClient> make(HostNameResolver& resolver);
 };
 

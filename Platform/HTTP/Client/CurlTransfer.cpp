@@ -1,0 +1,224 @@
+#include "Platform/HTTP/Client/CurlTransfer.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <exception>
+#include <utility>
+
+#include "Platform/Log/Log.h"
+
+namespace ferrox {
+namespace {
+
+constexpr long streamingBufferSize = 512L << 10;
+
+// Every connection is made by us, so the library must never look a name up or choose an address: it is sent
+// to this one, which the socket callbacks then ignore. Connections are still kept apart by host and port.
+constexpr const char* connectToNowhere = "::127.0.0.1:";
+
+FRXError clientError(int code, std::string description) {
+  return {HTTPClientErrorDomain, code, std::move(description)};
+}
+
+std::string_view trimmedHeaderText(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  const auto first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+}  // namespace
+
+CurlTransfer::CurlTransfer(HTTPClientRequest request, HTTPClientTarget target, HTTPClientCallbacks callbacks)
+    : request_(std::move(request)), target_(std::move(target)), callbacks_(std::move(callbacks)) {}
+
+CurlTransfer::~CurlTransfer() = default;
+
+std::optional<FRXError> CurlTransfer::prepare() {
+  easy_.reset(curl_easy_init());
+  connectTo_.reset(curl_slist_append(nullptr, connectToNowhere));
+  if (!easy_ || !connectTo_ || !setHeaders()) return clientError(CURLE_OUT_OF_MEMORY, "Out of memory");
+  setConnectionOptions();
+  setRequestOptions();
+  touch();
+  return std::nullopt;
+}
+
+void CurlTransfer::setConnectionOptions() {
+  CURL* const easy = easy_.get();
+  curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+  curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http");
+  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  // The empty text also keeps proxies of the environment away.
+  curl_easy_setopt(easy, CURLOPT_PROXY, "");
+  curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connectTo_.get());
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlTransfer::openSocket);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &CurlTransfer::socketWasOpened);
+  curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+  curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorText_.data());
+}
+
+void CurlTransfer::setRequestOptions() {
+  CURL* const easy = easy_.get();
+  curl_easy_setopt(easy, CURLOPT_URL, request_.url.c_str());
+  curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 0L);
+  curl_easy_setopt(easy, CURLOPT_USERAGENT, "ferrox/" FERROX_VERSION);
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headerList_.get());
+  if (request_.method == "HEAD") {
+    curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+  } else if (request_.method != "GET") {
+    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+  }
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &CurlTransfer::headerArrived);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::bodyArrived);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+  // Large reads halve the time of a bulk transfer, but every request would pay for the memory.
+  if (callbacks_.onData) curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, streamingBufferSize);
+}
+
+bool CurlTransfer::setHeaders() {
+  for (const auto& [name, value] : request_.headers) {
+    // The library takes "Name:" as "leave this header out" and "Name;" as "send it empty".
+    const std::string line = value.empty() ? name + ";" : name + ": " + value;
+    curl_slist* const longer = curl_slist_append(headerList_.get(), line.c_str());
+    if (longer == nullptr) return false;
+    (void)headerList_.release();
+    headerList_.reset(longer);
+  }
+  return true;
+}
+
+void CurlTransfer::useConnection(FileDescriptor socket) {
+  connection_ = std::move(socket);
+  wantsConnection_ = false;
+  errorText_[0] = '\0';
+  curl_easy_setopt(easy_.get(), CURLOPT_FRESH_CONNECT, 1L);
+  touch();
+}
+
+curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype, curl_sockaddr*) {
+  auto& transfer = *static_cast<CurlTransfer*>(self);
+  if (transfer.connection_.isOpen()) return transfer.connection_.release();
+  transfer.wantsConnection_ = true;
+  return CURL_SOCKET_BAD;
+}
+
+int CurlTransfer::socketWasOpened(void*, curl_socket_t, curlsocktype) {
+  return CURL_SOCKOPT_ALREADY_CONNECTED;
+}
+
+std::optional<CurlTransfer::TimePoint> CurlTransfer::deadline() const {
+  if (!request_.inactivityTimeout) return std::nullopt;
+  return lastActivity_ + *request_.inactivityTimeout;
+}
+
+void CurlTransfer::touchIfSocketReceived() {
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  if (curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &socket) != CURLE_OK) return;
+  if (socket == CURL_SOCKET_BAD) return;
+  tcp_info info{};
+  socklen_t size = sizeof(info);
+  if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return;
+  const auto received =
+      std::chrono::steady_clock::now() - std::chrono::milliseconds(info.tcpi_last_data_recv);
+  if (received > lastActivity_) lastActivity_ = received;
+}
+
+std::optional<FRXError> CurlTransfer::errorFor(CURLcode code) const {
+  switch (refusal_) {
+    case Refusal::Cancelled:
+      return clientError(HTTPClientErrorCancelled, "cancelled");
+    case Refusal::BodyTooLarge:
+      return clientError(HTTPClientErrorBodyTooLarge, "The body is too large");
+    case Refusal::HeaderTooLarge:
+      return clientError(HTTPClientErrorHeaderTooLarge, "The headers are too large");
+    case Refusal::None:
+      break;
+  }
+  if (code == CURLE_OK) return std::nullopt;
+  const std::string_view detail(errorText_.data());
+  return clientError(static_cast<int>(code),
+                     detail.empty() ? std::string(curl_easy_strerror(code)) : std::string(detail));
+}
+
+std::size_t CurlTransfer::headerArrived(char* data, std::size_t size, std::size_t count, void* self) {
+  auto& transfer = *static_cast<CurlTransfer*>(self);
+  const bool accepted = transfer.handleHeaderLine({data, size * count});
+  transfer.touch();
+  return accepted ? size * count : 0;
+}
+
+std::size_t CurlTransfer::bodyArrived(char* data, std::size_t size, std::size_t count, void* self) {
+  auto& transfer = *static_cast<CurlTransfer*>(self);
+  const bool accepted = transfer.handleBody({data, size * count});
+  transfer.touch();
+  return accepted ? size * count : 0;
+}
+
+bool CurlTransfer::handleHeaderLine(std::string_view line) {
+  headerBytes_ += line.size();
+  if (headerBytes_ > HTTPClientMaxHeaderSize) {
+    refusal_ = Refusal::HeaderTooLarge;
+    return false;
+  }
+  // What follows the body are trailer fields (RFC 9112 section 7.1.2), which nobody here asks for.
+  if (headersComplete_) return true;
+  if (line.starts_with("HTTP/")) {
+    response_.headers.clear();
+    return true;
+  }
+  const std::string_view content = trimmedHeaderText(line);
+  if (content.empty()) return headersAreComplete();
+  if (line.front() == ' ' || line.front() == '\t') {
+    // A folded line continues the value before it (RFC 9112 section 5.2).
+    if (!response_.headers.empty()) response_.headers.back().second.append(" ").append(content);
+    return true;
+  }
+  const auto colon = content.find(':');
+  if (colon == std::string_view::npos) return true;
+  response_.headers.emplace_back(content.substr(0, colon), trimmedHeaderText(content.substr(colon + 1)));
+  return true;
+}
+
+bool CurlTransfer::headersAreComplete() {
+  long status = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+  if (status >= 100 && status < 200 && status != 101) return true;
+  headersComplete_ = true;
+  response_.status = static_cast<int>(status);
+  if (!callbacks_.onResponse) return true;
+  return allows([this] { return callbacks_.onResponse(response_); });
+}
+
+bool CurlTransfer::handleBody(std::string_view data) {
+  if (callbacks_.onData) return allows([this, data] { return callbacks_.onData(data); });
+  if (data.size() > request_.maxBodySize - response_.body.size()) {
+    refusal_ = Refusal::BodyTooLarge;
+    return false;
+  }
+  response_.body.append(data);
+  return true;
+}
+
+// No exception may pass through the library's C code.
+template <typename Callback>
+bool CurlTransfer::allows(const Callback& callback) {
+  bool allowed = false;
+  try {
+    allowed = callback();
+  } catch (const std::exception& exception) {
+    FRX_LOG_ERROR(std::string("A callback of an HTTP request failed: ") + exception.what());
+  } catch (...) {
+    FRX_LOG_ERROR("A callback of an HTTP request failed");
+  }
+  if (!allowed) refusal_ = Refusal::Cancelled;
+  return allowed;
+}
+
+}  // namespace ferrox
