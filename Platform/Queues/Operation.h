@@ -2,38 +2,43 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Mutex.h"
+
 namespace ferrox {
 
-/// What observes an operation's two flags; implemented by `OperationQueue`.
+class Operation;
+
+/// What observes an operation's flags; implemented by `OperationQueue`.
 class OperationObserver {
  public:
   virtual ~OperationObserver() = default;
-  /// `key` is "isExecuting" or "isFinished". Called before and after the flag changes, on the thread that
-  /// changes it.
-  virtual void operationWillChangeValue(class Operation& operation, std::string_view key) = 0;
-  virtual void operationDidChangeValue(class Operation& operation, std::string_view key) = 0;
+  /// `key` is "isExecuting", "isFinished" or "isCancelled". Called before and after the flag changes, on the
+  /// thread that changes it.
+  virtual void operationWillChangeValue(Operation& operation, std::string_view key) = 0;
+  virtual void operationDidChangeValue(Operation& operation, std::string_view key) = 0;
 };
 
 /// Base of operations. The queue calls `start()` once; the operation says through the change announcements
-/// when it executes and when it is finished. Dependencies are other operations that must be finished (or
-/// cancelled and finished) first.
+/// when it executes and when it is finished. Dependencies are other operations that must be finished first,
+/// in whatever queue they are. An operation is made with `std::make_shared`.
 class Operation : public std::enable_shared_from_this<Operation> {
  public:
   virtual ~Operation() = default;
 
   virtual void start() = 0;
+  /// False: the operation is over when `start()` returns, without any announcement.
   virtual bool isConcurrent() const { return true; }
+  /// The queue asks on its own threads. Thread: any
   virtual bool isExecuting() const = 0;
   virtual bool isFinished() const = 0;
 
   /// Marks it cancelled. An operation that runs decides itself how soon it ends; one that was not started is
-  /// still started by its queue so that it can mark itself finished. Thread: any
+  /// still started by its queue, without regard to its dependencies, so that it can mark itself finished.
+  /// Thread: any
   virtual void cancel();
   bool isCancelled() const;
 
@@ -42,6 +47,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
   std::vector<std::shared_ptr<Operation>> dependencies() const;
 
   /// Equality used by queues and checkers to recognise duplicates; identity unless a subclass says otherwise.
+  /// Must not call the queue.
   virtual bool isEqual(const Operation& other) const { return this == &other; }
 
  protected:
@@ -50,12 +56,14 @@ class Operation : public std::enable_shared_from_this<Operation> {
 
  private:
   friend class OperationQueue;
-  void setObserver(std::weak_ptr<OperationObserver> observer);
+  void addObserver(const std::shared_ptr<OperationObserver>& observer);
+  std::vector<std::shared_ptr<OperationObserver>> observers() const;
 
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<Operation>> dependencies_;
-  std::weak_ptr<OperationObserver> observer_;
   std::atomic<bool> cancelled_{false};
+  mutable Mutex mutex_;
+  std::vector<std::shared_ptr<Operation>> dependencies_ FRX_GUARDED_BY(mutex_);
+  // The queue it is in, and those of the operations that depend on it.
+  std::vector<std::weak_ptr<OperationObserver>> observers_ FRX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ferrox

@@ -11,7 +11,9 @@
 namespace ferrox {
 
 /// Holds operations until they are finished. `start()` is called on the background queue, in the order of
-/// adding among those that are ready.
+/// adding among those that are ready. An operation whose `start()` throws is logged and counts as finished.
+/// Destroying the queue cancels what it holds and does not wait: the operations still end by themselves, on
+/// the background queue, which has to outlive them.
 /// Thread: any
 class OperationQueue {
  public:
@@ -20,7 +22,10 @@ class OperationQueue {
 
   explicit OperationQueue(BackgroundQueue& background = BackgroundQueue::shared());
   ~OperationQueue();
+  OperationQueue(const OperationQueue&) = delete;
+  OperationQueue& operator=(const OperationQueue&) = delete;
 
+  /// One that is already in the queue is not added again (WARN); one that is finished leaves at once.
   void addOperation(std::shared_ptr<Operation> operation);
   /// Adds it unless an equal operation (see `Operation::isEqual`) is pending or executing; one atomic step.
   /// Returns whether it was added.
@@ -33,6 +38,7 @@ class OperationQueue {
   /// Blocks until the queue is empty; never to be called from an operation.
   void waitUntilAllOperationsAreFinished();
 
+  /// 0 starts nothing more; a negative number is no limit.
   void setMaxConcurrentOperationCount(int count);
   int maxConcurrentOperationCount() const;
 
