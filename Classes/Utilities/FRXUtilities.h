@@ -48,6 +48,8 @@ class FRXUtilities {
   /// The published service id of the local server; nothing while there is no server.
   static std::optional<std::string> currentDeviceFRXId();
 
+  /// Whole seconds since 2001-01-01 00:00:00 UTC, truncated towards zero.
+  static std::int64_t secondsSinceReferenceDate(FRXDate date);
   /// Seconds since 2001-01-01 UTC modulo 130000, as decimal digits in base64.
   static std::string createAndEncodeServiceVersion();
   static std::string createAndEncodeServiceVersion(FRXDate now);

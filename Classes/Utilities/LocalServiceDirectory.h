@@ -1,6 +1,7 @@
 // How low layers ask who this instance is and which instances are known, without knowing server or browser.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,15 +15,23 @@ class FRXNetService;
 /// Thread: any; what is registered is called on the asking thread
 class LocalServiceDirectory {
  public:
-  using ServerIdSource = std::function<std::optional<std::string>()>;
+  /// What the directory wants to know of the local server.
+  struct LocalServer {
+    std::string frxServerId;
+    std::uint16_t port = 0;
+  };
+  using ServerSource = std::function<std::optional<LocalServer>()>;
   using ServiceLookup = std::function<std::shared_ptr<FRXNetService>(const std::string& serviceId)>;
 
-  /// Answers the published service id of the local server. An empty function takes the answer away.
-  static void setServerIdSource(ServerIdSource source);
+  /// Answers for the local server, nothing while there is none. An empty function takes the answer away.
+  static void setServerSource(ServerSource source);
   /// Answers the known instance that published this service id (the browser's `serviceWithId`).
   static void setServiceLookup(ServiceLookup lookup);
 
+  /// The published service id of the local server.
   static std::optional<std::string> frxServerId();
+  /// The port of the local server, 0 while there is none.
+  static std::uint16_t serverPort();
   static std::shared_ptr<FRXNetService> serviceWithId(const std::string& serviceId);
 };
 

@@ -1,0 +1,21 @@
+// Percent-encoding (RFC 3986 section 2.1) with the two sets of characters that the system leaves as they are.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ferrox {
+
+enum class PercentSet {
+  Host,  ///< unreserved, sub-delimiters, ":", "[", "]"
+  Path,  ///< unreserved, sub-delimiters, ":", "@", "/"
+};
+
+/// Bytes outside the set as %XX, upper-case digits. Thread: any
+std::string percentEncoded(std::string_view text, PercentSet keep);
+/// Nothing for an escape without two hexadecimal digits, and when the result is not UTF-8 (so neither for
+/// overlong forms). The result may hold any character, "/" and NUL included. Thread: any
+std::optional<std::string> percentDecoded(std::string_view text);
+
+}  // namespace ferrox
