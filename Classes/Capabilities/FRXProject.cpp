@@ -1,0 +1,62 @@
+#include "Classes/Capabilities/FRXProject.h"
+
+#include <utility>
+
+#include "Classes/Utilities/StringUtilities.h"
+#include "Platform/Host/Text.h"
+
+namespace ferrox {
+
+std::optional<std::string> FRXProject::name() const {
+  const std::lock_guard lock(mutex_);
+  return name_;
+}
+
+void FRXProject::setName(std::optional<std::string> name) {
+  const std::lock_guard lock(mutex_);
+  name_ = std::move(name);
+}
+
+std::optional<std::string> FRXProject::id() const {
+  const std::lock_guard lock(mutex_);
+  return id_;
+}
+
+void FRXProject::setId(std::optional<std::string> id) {
+  const std::lock_guard lock(mutex_);
+  id_ = std::move(id);
+}
+
+std::uint16_t FRXProject::port() const {
+  const std::lock_guard lock(mutex_);
+  return port_;
+}
+
+void FRXProject::setPort(std::uint16_t port) {
+  const std::lock_guard lock(mutex_);
+  port_ = port;
+}
+
+std::optional<std::string> FRXProject::fileSystemPath() const {
+  const std::lock_guard lock(mutex_);
+  return fileSystemPath_;
+}
+
+void FRXProject::setFileSystemPath(std::optional<std::string> path) {
+  const std::lock_guard lock(mutex_);
+  fileSystemPath_ = std::move(path);
+}
+
+std::optional<std::string> FRXProject::key() const {
+  auto id = this->id();
+  if (isNilOrEmpty(id)) return std::nullopt;
+  return id;
+}
+
+std::optional<FRXDictionary> FRXProject::jsonSerializableObject() const {
+  const std::lock_guard lock(mutex_);
+  if (!name_ || !id_ || !text::isValidUtf8(*name_) || !text::isValidUtf8(*id_)) return std::nullopt;
+  return FRXDictionary{{"name", *name_}, {"id", *id_}, {"port", port_}};
+}
+
+}  // namespace ferrox
