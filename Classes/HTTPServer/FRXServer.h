@@ -19,6 +19,9 @@ namespace ferrox {
 class HTTPServer;
 struct PlatformServices;
 
+/// Domain of errors that belong to no single operation.
+inline constexpr std::string_view FRXGeneralErrorDomain = "com.ferrox.ErrorDomain";
+
 /// The host application drives it: set the port, obtain a name, publish it, add capabilities, start, and
 /// start the heartbeat. Nothing starts by itself.
 /// Thread: main, unless said otherwise
@@ -75,13 +78,17 @@ class FRXServer : public ListCapabilitiesDelegate {
   void stopHeartbeatTimer();
   void broadcastHeartbeat();
 
- private:
-  struct State;
+ protected:
+  /// An empty `httpServer` makes a server that cannot be started and answers empty values.
   FRXServer(std::shared_ptr<HTTPServer> httpServer, RunLoop& loop);
 
-  std::shared_ptr<HTTPServer> httpServer_;
+ private:
+  struct Publication;
+
+  const std::shared_ptr<HTTPServer> httpServer_;
   RunLoop& loop_;
-  std::shared_ptr<State> state_;
+  /// What background tasks and the heartbeat need; they may outlive the server.
+  const std::shared_ptr<Publication> publication_;
   mutable std::mutex capabilitiesMutex_;
   FRXCapabilities internalCapabilities_;
   std::unique_ptr<Timer> heartbeatTimer_;

@@ -72,7 +72,7 @@ class RoutingHTTPConnection : public HTTPConnection {
   /// or it cannot be decoded. `error` is filled when the decoded text is not JSON.
   ServiceOrResponse frxServiceFromRequestBody(FRXError* error = nullptr) const;
 
- private:
+  // One for each route. Answers that depend on the disk come as HTTPDeferredResponse.
   std::unique_ptr<HTTPResponse> routeNameGetRoot() const;
   std::unique_ptr<HTTPResponse> routeNameHeadRoot() const;
   std::unique_ptr<HTTPResponse> routeNameGetCapabilities() const;
@@ -81,6 +81,7 @@ class RoutingHTTPConnection : public HTTPConnection {
   std::unique_ptr<HTTPResponse> routeNameFileForPath(std::string_view path, HTTPMethod method) const;
   std::unique_ptr<HTTPResponse> routeNameGetService() const;
 
+ private:
   bool acceptsJson() const;
   std::optional<std::string> header(std::string_view name) const;
 };
