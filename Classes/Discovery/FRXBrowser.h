@@ -11,8 +11,11 @@
 #include <vector>
 
 #include "Classes/Discovery/FRXBrowserDelegate.h"
+#include "Classes/Discovery/FRXLocalServiceRecord.h"
 #include "Classes/HTTPServer/ConnectionRequestDelegate.h"
+#include "Classes/Monitor/FRXServiceMonitorDelegate.h"
 #include "Platform/Base/FRXError.h"
+#include "Platform/Base/ListenerSlot.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/PlatformServices.h"
 
@@ -20,6 +23,15 @@ namespace ferrox {
 
 class FRXNetService;
 class FRXServiceMonitor;
+
+/// What a browser is put together with, where the usual parts will not do.
+struct FRXBrowserParts {
+  /// Makes the monitor of one browsing run; usually a `FRXServiceMonitor` with the TCP checker.
+  std::function<std::shared_ptr<FRXServiceMonitor>(std::weak_ptr<FRXServiceMonitorDelegate>)> makeMonitor;
+  /// Tells what the local server knows about itself; usually that is the shared `FRXServer`. Called on any
+  /// thread.
+  FRXLocalServiceRecord::ServerSource localServer;
+};
 
 /// Posted on the process's notification dispatcher, with the browser as sender, whenever a peer's TXT record
 /// arrives, which a living peer rewrites with each of its heartbeats.
@@ -37,27 +49,30 @@ inline constexpr int FRXBrowserErrorBadAddress = -1;
 class FRXBrowser : public ConnectionRequestDelegate,
                    public NetServiceBrowserListener,
                    public NetServiceListener,
+                   public FRXServiceMonitorDelegate,
                    public std::enable_shared_from_this<FRXBrowser> {
  public:
   /// Called once, never inside the call that began the search, on a callback thread.
   using SearchHandler = std::function<void(bool success, std::optional<FRXError> error)>;
+  /// Likewise; `service` is empty when the search failed.
+  using LookUpHandler =
+      std::function<void(std::shared_ptr<FRXNetService> service, std::optional<FRXError> error)>;
 
   /// The process's browser, over the process's platform services, made on first use. Thread: any
   static const std::shared_ptr<FRXBrowser>& sharedInstance();
   /// A browser of one's own. `services` are borrowed.
-  static std::shared_ptr<FRXBrowser> make(const PlatformServices& services);
+  static std::shared_ptr<FRXBrowser> make(const PlatformServices& services, FRXBrowserParts parts = {});
   ~FRXBrowser() override;
   FRXBrowser(const FRXBrowser&) = delete;
   FRXBrowser& operator=(const FRXBrowser&) = delete;
 
-  /// Sets who is told, held weakly; an operation that its class does not override is never called. Setting
-  /// the same listener again does nothing.
+  /// Sets who is told, held weakly; an operation that its class does not override is never called.
   template <typename Listener>
   void setDelegate(const std::shared_ptr<Listener>& listener) {
-    storeDelegate(listener, FRXBrowserRespondingSelectors::of<Listener>());
+    delegate_.set(listener);
   }
-  void setDelegate(std::nullptr_t) { storeDelegate(nullptr, {}); }
-  std::shared_ptr<FRXBrowserDelegate> delegate() const;
+  void setDelegate(std::nullptr_t) { delegate_.set(nullptr); }
+  std::shared_ptr<FRXBrowserDelegate> delegate() const { return delegate_.listener(); }
 
   // Browsing
 
@@ -92,6 +107,8 @@ class FRXBrowser : public ConnectionRequestDelegate,
   /// The same at another port. Thread: any
   void searchForServiceAtAddress(const std::string& address, std::uint16_t port,
                                  SearchHandler completionHandler);
+  /// The same, handing over the record that was found there. Thread: any
+  void lookUpServiceAtAddress(const std::string& address, std::uint16_t port, LookUpHandler handler);
   /// Adopts a peer learned of without DNS-SD, later, on the main thread. Known peers, this instance itself
   /// and records that cannot belong to a peer are ignored. Thread: any
   void monitorService(std::shared_ptr<FRXNetService> service) override;
@@ -103,13 +120,14 @@ class FRXBrowser : public ConnectionRequestDelegate,
   std::shared_ptr<FRXNetService> localFRXService() const override;
   /// Keeps a record that nothing reads.
   void setLocalFRXService(std::shared_ptr<FRXNetService> service);
-  /// Identifies one lifetime of this instance's announcement; "" before the first.
+  /// Identifies one lifetime of this instance's announcement; "" before the first. Thread: any
   std::string serviceSessionId() const;
   void setServiceSessionId(std::string sessionId);
 
   // Verification of announcements
 
-  /// Has the DNS-SD stack verify what the peer announced; what nobody confirms is removed later.
+  /// Has the DNS-SD stack verify every announcement whose name ends with the first part of the peer's host
+  /// name or that resolved to the peer's address; what nobody confirms is removed later.
   void reconfirmFRXService(const std::shared_ptr<FRXNetService>& service);
   /// The same for one published name; names of more than 63 bytes or with a "." are refused.
   void reconfirmDNSRecord(const std::string& serviceName);
@@ -124,11 +142,36 @@ class FRXBrowser : public ConnectionRequestDelegate,
   void netServiceDidResolveAddress(const std::shared_ptr<NetService>& service) override;
   void netServiceDidUpdateTXTRecordData(const std::shared_ptr<NetService>& service,
                                         const std::string& txtData) override;
+  /// Connects to the peer. Thread: any
+  void frxServiceMonitorServiceBecameResponsive(FRXServiceMonitor& monitor,
+                                                const std::shared_ptr<FRXNetService>& service) override;
+  /// Closes the connection and has the announcement verified. Thread: any
+  void frxServiceMonitorServiceBecameUnresponsive(FRXServiceMonitor& monitor,
+                                                  const std::shared_ptr<FRXNetService>& service) override;
 
  private:
-  explicit FRXBrowser(const PlatformServices& services);
-  void storeDelegate(std::shared_ptr<FRXBrowserDelegate> listener, FRXBrowserRespondingSelectors selectors);
+  using Selector = std::uint32_t FRXBrowserRespondingSelectors::*;
+  using ServiceEvent = void (FRXBrowserDelegate::*)(const std::shared_ptr<FRXNetService>&);
 
+  FRXBrowser(const PlatformServices& services, FRXBrowserParts parts);
+  void tellDelegate(Selector selector, ServiceEvent event,
+                    const std::shared_ptr<FRXNetService>& record) const;
+
+  void resolveFoundServices();
+  void localServiceResolved(const std::shared_ptr<NetService>& service);
+  void remoteServiceResolved(const std::shared_ptr<NetService>& service,
+                             const std::shared_ptr<FRXNetService>& record);
+  void withdrawAnnouncement(const std::string& hostName, std::uint16_t port);
+  void adopt(const std::shared_ptr<FRXNetService>& record);
+  bool remember(const std::shared_ptr<FRXNetService>& record);
+  bool isThisInstance(const FRXNetService& record) const;
+  void notifyServiceDiscovered(const std::shared_ptr<FRXNetService>& record);
+  void notifyServiceDisappeared(const std::shared_ptr<FRXNetService>& record);
+  void checkAtOnce(const FRXNetService& record);
+  void becameResponsive(const std::shared_ptr<FRXNetService>& service);
+  void becameUnresponsive(const std::shared_ptr<FRXNetService>& service);
+
+  ListenerSlot<FRXBrowserDelegate, FRXBrowserRespondingSelectors> delegate_;
   struct State;
   std::unique_ptr<State> state_;
 };

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <type_traits>
 
 #include "Platform/Base/ListenerSelectors.h"
 
@@ -49,9 +48,6 @@ struct FRXBrowserRespondingSelectors {
 
   template <typename Listener>
   static constexpr FRXBrowserRespondingSelectors of() {
-    static_assert(std::is_base_of_v<FRXBrowserDelegate, Listener>);
-    static_assert(!std::is_same_v<FRXBrowserDelegate, Listener>,
-                  "set the listener by its own type: the interface alone does not tell what it implements");
     using Base = FRXBrowserDelegate;
     return {
         overridesOperation(&Base::localFRXServiceStarted, &Listener::localFRXServiceStarted),

@@ -12,7 +12,7 @@
 namespace ferrox {
 
 /// Holds a listener weakly and calls only the operations it implements. `Selectors` is an aggregate with one
-/// bool an operation and a static template that fills it:
+/// flag (a bool or an integer) an operation and a static template that fills it:
 ///
 ///     struct RespondingSelectors {
 ///       bool didFind = false;
@@ -54,8 +54,8 @@ class ListenerSlot {
 
   /// Runs `call(listener)` when the listener is alive and implements the operation named by `selector`;
   /// returns whether it did. No lock is held during the call.
-  template <typename Call>
-  bool notify(bool Selectors::*selector, Call&& call) const {
+  template <typename Flag, typename Call>
+  bool notify(Flag Selectors::*selector, Call&& call) const {
     const std::shared_ptr<Listener> target = listenerFor(selector);
     if (target == nullptr) return false;
     std::forward<Call>(call)(*target);
@@ -63,9 +63,10 @@ class ListenerSlot {
   }
 
  private:
-  std::shared_ptr<Listener> listenerFor(bool Selectors::*selector) const {
+  template <typename Flag>
+  std::shared_ptr<Listener> listenerFor(Flag Selectors::*selector) const {
     const MutexLock lock(mutex_);
-    return selectors_.*selector ? listener_.lock() : nullptr;
+    return selectors_.*selector != Flag{} ? listener_.lock() : nullptr;
   }
 
   mutable Mutex mutex_;
