@@ -1,0 +1,66 @@
+// Reads and writes DNS packets as multicast DNS uses them (RFC 1035 section 4, RFC 6762 section 18).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ferrox::dnssd {
+
+inline constexpr std::uint16_t recordTypeA = 1;
+inline constexpr std::uint16_t recordTypePTR = 12;
+inline constexpr std::uint16_t recordTypeTXT = 16;
+inline constexpr std::uint16_t recordTypeAAAA = 28;
+inline constexpr std::uint16_t recordTypeSRV = 33;
+inline constexpr std::uint16_t recordClassIN = 1;
+
+/// Raw labels, without the empty one of the root.
+using DNSName = std::vector<std::string>;
+
+/// Compares without regard to ASCII case (RFC 1035 section 2.3.3).
+bool sameDNSName(const DNSName& a, const DNSName& b);
+/// Labels of dotted text without escapes; a trailing dot is allowed. Nothing when a label is empty or longer
+/// than 63 bytes, or the whole longer than 255 bytes in wire form.
+std::optional<DNSName> dnsNameFromText(std::string_view text);
+
+struct DNSQuestion {
+  DNSName name;
+  std::uint16_t type = 0;
+  std::uint16_t recordClass = recordClassIN;
+};
+
+struct DNSRecord {
+  DNSName name;
+  std::uint16_t type = 0;
+  std::uint16_t recordClass = recordClassIN;
+  std::uint32_t timeToLive = 0;
+  /// As it stands in the packet; names inside may be compressed.
+  std::string rdata;
+};
+
+struct DNSMessage {
+  std::uint16_t id = 0;
+  std::uint16_t flags = 0;
+  std::vector<DNSQuestion> questions;
+  /// Of all three sections when read; written as answers.
+  std::vector<DNSRecord> records;
+
+  bool isResponse() const { return (flags & 0x8000) != 0; }
+};
+
+struct SRVData {
+  std::uint16_t port = 0;
+  DNSName target;
+};
+
+/// Nothing unless the whole packet can be read. Thread: any
+std::optional<DNSMessage> readDNSMessage(std::string_view packet);
+/// Without name compression. Nothing when a name is not valid or the packet would exceed 9000 bytes.
+std::optional<std::string> writeDNSMessage(const DNSMessage& message);
+/// A name that fills `rdata` to its end, without compression.
+std::optional<DNSName> readPTRData(std::string_view rdata);
+std::optional<SRVData> readSRVData(std::string_view rdata);
+
+}  // namespace ferrox::dnssd

@@ -1,0 +1,67 @@
+// Everything that lives on the discovery thread: the back end, the sessions on it, and the interfaces.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/DNSSD/BackEnd.h"
+#include "Platform/DNSSD/DNSSD.h"
+#include "Platform/DNSSD/DiscoveryThread.h"
+#include "Platform/DNSSD/HostNameSession.h"
+#include "Platform/DNSSD/InterfacePolicy.h"
+#include "Platform/DNSSD/InterfaceWatch.h"
+#include "Platform/DNSSD/Session.h"
+
+namespace ferrox::dnssd {
+
+class BrowseSession;
+class ServiceSession;
+
+/// Made and destroyed by whoever owns the thread; every operation but the constructor belongs on it.
+/// Thread: discovery
+class DiscoveryEngine final : private BackEndListener {
+ public:
+  DiscoveryEngine(DiscoveryThread& thread, const DNSSDConfiguration& configuration,
+                  std::unique_ptr<BackEnd> backEnd);
+  ~DiscoveryEngine() override;
+
+  void start();
+  /// Withdraws everything, answers whoever still waits, and ends the stack.
+  void stop();
+
+  DiscoveryContext& context() { return context_; }
+  void add(std::shared_ptr<Session> session);
+  /// Closes it.
+  void remove(const std::shared_ptr<Session>& session);
+
+  void resolveHostName(const std::string& name, std::chrono::milliseconds timeout,
+                       HostNameSession::Completion completion);
+  void refresh();
+
+ private:
+  void backEndDidStart() override;
+  void backEndWillStop() override;
+  void publishingDidStart() override;
+  void publishingWillStop() override;
+
+  void interfacesChanged();
+  void forEachSession(const std::function<void(Session&)>& visit);
+  std::vector<int> interfacesOfHost(const std::string& name) const;
+  void dropIdleHostNames();
+
+  std::unique_ptr<BackEnd> backEnd_;
+  DiscoveryContext context_;
+  InterfacePolicy policy_;
+  InterfaceWatch interfaceWatch_;
+  std::vector<std::shared_ptr<Session>> sessions_;
+  std::vector<std::shared_ptr<HostNameSession>> hostNames_;
+  std::unique_ptr<Pending> idleSweep_;
+  bool running_ = false;
+};
+
+}  // namespace ferrox::dnssd
