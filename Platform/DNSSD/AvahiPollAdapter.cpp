@@ -43,7 +43,8 @@ struct TimeoutState {
 
 void arm(const std::shared_ptr<WatchState>& state);
 
-// Several watches may share one socket, and a callback of one may have emptied it: ask again what is true now.
+// Several watches may share one socket, and a callback of one may have emptied it: ask again what is true
+// now.
 int currentEvents(const WatchState& state) {
   pollfd entry{state.fd, static_cast<short>(state.wanted), 0};
   if (::poll(&entry, 1, 0) <= 0) return 0;

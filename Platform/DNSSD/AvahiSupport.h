@@ -33,5 +33,4 @@ PublishError publishErrorFromAvahi(int error);
 /// What Avahi prints goes to the library's log. Once for the process. Thread: any
 void routeAvahiLog();
 
-
 }  // namespace ferrox::dnssd

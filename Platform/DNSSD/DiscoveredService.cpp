@@ -61,11 +61,11 @@ void DiscoveredService::ensureSession() {
     });
   };
   session_ = std::make_shared<std::shared_ptr<ServiceSession>>();
-  DiscoveryCore::post(core_, [place = session_, identity = identity_,
-                              sinks = std::move(sinks)](DiscoveryEngine& engine) {
-    *place = std::make_shared<ServiceSession>(engine.context(), identity, sinks);
-    engine.add(*place);
-  });
+  DiscoveryCore::post(
+      core_, [place = session_, identity = identity_, sinks = std::move(sinks)](DiscoveryEngine& engine) {
+        *place = std::make_shared<ServiceSession>(engine.context(), identity, sinks);
+        engine.add(*place);
+      });
 }
 
 // As long as TXT is monitored the location is followed too: a peer that restarts under its name elsewhere

@@ -62,7 +62,8 @@ DiscoveryPublication::DiscoveryPublication(std::shared_ptr<DiscoveryCore> core, 
   if (!txt) {
     FRX_LOG_ERROR("The TXT record of service " + Log::escaped(request.name) +
                   " cannot be published: a key is not valid or it is too long");
-    if (sinks.failed) sinks.failed({"FRXDiscoveryErrorDomain", 2, "The TXT record is not valid or too long."});
+    if (sinks.failed)
+      sinks.failed({"FRXDiscoveryErrorDomain", 2, "The TXT record is not valid or too long."});
     return;
   }
   DiscoveryCore::post(core_, [place = session_, records = recordsOf(request, std::move(*txt)),
@@ -75,12 +76,13 @@ DiscoveryPublication::DiscoveryPublication(std::shared_ptr<DiscoveryCore> core, 
 DiscoveryPublication::~DiscoveryPublication() {
   const auto withdrawn = std::make_shared<std::promise<void>>();
   const auto done = withdrawn->get_future();
-  DiscoveryCore::post(core_, [place = std::move(session_), withdrawn, thread = core_->thread](DiscoveryEngine& engine) {
-    if (*place) engine.remove(*place);
-    place->reset();
-    // The stack sends in a turn of its own after this one.
-    thread->post([thread, withdrawn] { thread->post([withdrawn] { withdrawn->set_value(); }); });
-  });
+  DiscoveryCore::post(
+      core_, [place = std::move(session_), withdrawn, thread = core_->thread](DiscoveryEngine& engine) {
+        if (*place) engine.remove(*place);
+        place->reset();
+        // The stack sends in a turn of its own after this one.
+        thread->post([thread, withdrawn] { thread->post([withdrawn] { withdrawn->set_value(); }); });
+      });
   if (!core_->thread->isCurrent()) (void)done.wait_for(goodbyePatience);
 }
 

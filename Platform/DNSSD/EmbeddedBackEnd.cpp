@@ -51,8 +51,7 @@ template <class Report>
 class Reporter {
  public:
   Reporter(DiscoveryThread& thread, std::function<void(const Report&)> handler)
-      : thread_(thread),
-        handler_(std::make_shared<std::function<void(const Report&)>>(std::move(handler))) {}
+      : thread_(thread), handler_(std::make_shared<std::function<void(const Report&)>>(std::move(handler))) {}
 
   void report(Report report) {
     thread_.post([weak = std::weak_ptr(handler_), report = std::move(report)] {
@@ -150,10 +149,9 @@ class EmbeddedGroup final : public ServiceGroup {
 
   bool updateTXT(const std::string& rdata) override {
     const StringList txt = stringListFromRdata(rdata);
-    return avahi_server_update_service_txt_strlst(server_, group_, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
-                                                  noPublishFlags, records_.name.c_str(),
-                                                  records_.type.c_str(), records_.domain.c_str(),
-                                                  txt.get()) == AVAHI_OK;
+    return avahi_server_update_service_txt_strlst(
+               server_, group_, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, noPublishFlags, records_.name.c_str(),
+               records_.type.c_str(), records_.domain.c_str(), txt.get()) == AVAHI_OK;
   }
 
  private:
@@ -250,8 +248,7 @@ void EmbeddedBackEnd::open() {
   fillConfig(config.values, hostName_, names_);
   reports_ = std::make_shared<Reports>(*this);
   int error = 0;
-  server_ =
-      avahi_server_new(adapter_.poll(), &config.values, Reports::stateChanged, reports_.get(), &error);
+  server_ = avahi_server_new(adapter_.poll(), &config.values, Reports::stateChanged, reports_.get(), &error);
   if (server_ == nullptr) {
     FRX_LOG_WARN(std::string("The mDNS stack cannot start: ") + avahi_strerror(error));
     retryLater();

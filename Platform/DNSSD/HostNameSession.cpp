@@ -52,10 +52,9 @@ std::optional<SocketAddress> addressFromSighting(const Sighting& sighting) {
 }
 
 bool isLoopbackInterface(const InterfaceSelection& interfaces, int index) {
-  return std::any_of(interfaces.inUse.begin(), interfaces.inUse.end(),
-                     [index](const NetworkInterface& interface) {
-                       return interface.index == index && interface.loopback;
-                     });
+  return std::any_of(
+      interfaces.inUse.begin(), interfaces.inUse.end(),
+      [index](const NetworkInterface& interface) { return interface.index == index && interface.loopback; });
 }
 
 }  // namespace

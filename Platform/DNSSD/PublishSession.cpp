@@ -61,14 +61,16 @@ void PublishSession::publish() {
     rename();
   } else if (error == PublishError::Invalid) {
     FRX_LOG_ERROR("The service cannot be published as it is: " + Log::escaped(records_.name));
-    if (sinks_.failed) sinks_.failed({errorDomain, 1, "The service's name, type, domain or port is not valid."});
+    if (sinks_.failed)
+      sinks_.failed({errorDomain, 1, "The service's name, type, domain or port is not valid."});
   } else {
     retryLater();
   }
 }
 
 void PublishSession::retryLater() {
-  const auto delay = std::min<std::chrono::seconds>(longestDelay, std::chrono::seconds(1 << std::min(failures_, 5)));
+  const auto delay =
+      std::min<std::chrono::seconds>(longestDelay, std::chrono::seconds(1 << std::min(failures_, 5)));
   ++failures_;
   retry_ = context_.thread.after(delay, [this] { publish(); });
 }

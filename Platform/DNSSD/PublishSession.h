@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "Platform/DNSSD/Session.h"
 #include "Platform/Base/FRXError.h"
+#include "Platform/DNSSD/Session.h"
 
 namespace ferrox::dnssd {
 
