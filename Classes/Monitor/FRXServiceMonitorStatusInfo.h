@@ -21,7 +21,6 @@ enum class FRXServiceResponseStatus : std::uint64_t {
 /// Changed only under its monitor's lock; may be read at any time, also after the peer left the monitor.
 struct FRXServiceMonitorStatusInfo {
   explicit FRXServiceMonitorStatusInfo(std::shared_ptr<FRXNetService> monitoredService);
-  ~FRXServiceMonitorStatusInfo();
 
   const std::shared_ptr<FRXNetService> service;
   std::atomic<FRXServiceResponseStatus> responseStatus{FRXServiceResponseStatus::Unknown};
