@@ -1,0 +1,169 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+#include "Platform/Base/Json.h"
+
+namespace ferrox {
+namespace {
+
+using namespace std::string_literals;
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+TEST(Json, ReadsEveryKindOfValue) {
+  const auto value = parseJson(
+      R"({"n":null,"t":true,"f":false,"i":-7,"d":2.5,"s":"a\u00e9\ud83d\ude00\n","a":[1,[]],"o":{"k":"v"}})");
+  ASSERT_TRUE(value);
+  EXPECT_TRUE(value->member("n")->isNull());
+  EXPECT_TRUE(*value->member("t")->asBool());
+  EXPECT_FALSE(*value->member("f")->asBool());
+  EXPECT_EQ(*value->member("i")->asInteger(), -7);
+  EXPECT_EQ(*value->member("d")->asDouble(), 2.5);
+  EXPECT_EQ(*value->member("s")->asText(), "a\u00e9\U0001f600\n");
+  EXPECT_EQ(*value->member("a")->asArray(), (FRXArray{1, FRXArray{}}));
+  EXPECT_EQ(*value->member("o")->member("k")->asText(), "v");
+  EXPECT_EQ(value->member("missing"), nullptr);
+  EXPECT_EQ(value->member("i")->member("k"), nullptr);
+}
+
+TEST(Json, KeepsTheLastOfARepeatedMember) {
+  EXPECT_EQ(parseJson(R"({"a":1,"a":2})"), FRXValue(FRXDictionary{{"a", 2}}));
+}
+
+TEST(Json, KeepsTheWholeRangeOfIntegers) {
+  EXPECT_EQ(parseJson("9223372036854775807"), FRXValue(std::numeric_limits<std::int64_t>::max()));
+  EXPECT_EQ(parseJson("-9223372036854775808"), FRXValue(std::numeric_limits<std::int64_t>::min()));
+}
+
+TEST(Json, MakesADoubleOfAnIntegerThatDoesNotFit) {
+  EXPECT_EQ(parseJson("9223372036854775808"), FRXValue(9223372036854775808.0));
+  EXPECT_EQ(parseJson("18446744073709551616"), FRXValue(18446744073709551616.0));
+  EXPECT_EQ(parseJson("-9223372036854775809"), FRXValue(-9223372036854775808.0));
+}
+
+TEST(Json, RefusesNumbersThatAreNotFinite) {
+  for (const char* text : {"1e400", "-1e400", R"([1,{"a":1e999}])", "NaN", "Infinity", "-Infinity"}) {
+    FRXError error;
+    EXPECT_FALSE(parseJson(text, &error)) << text;
+    EXPECT_FALSE(error.localizedDescription.empty()) << text;
+  }
+}
+
+TEST(Json, RefusesMalformedText) {
+  const std::string malformed[] = {"",
+                                   " ",
+                                   "{",
+                                   "[1,]",
+                                   "{\"a\":1,}",
+                                   "{a:1}",
+                                   "'a'",
+                                   "01",
+                                   "1 2",
+                                   "+1",
+                                   ".5",
+                                   "1.",
+                                   "\"\t\"",
+                                   "\"\\x\"",
+                                   "\"\\ud800\"",
+                                   "\"open",
+                                   "tru",
+                                   "null x",
+                                   "[1 2]",
+                                   "\"\xff\"",
+                                   "\"\xc0\x80\"",
+                                   "\"\xed\xa0\x80\"",
+                                   "\xef\xbb\xbf{}",
+                                   "1\0"s,
+                                   "// c",
+                                   "[1]]"};
+  for (const std::string& text : malformed) {
+    FRXError error;
+    EXPECT_FALSE(parseJson(text, &error)) << text;
+    EXPECT_EQ(error.domain, "com.ferrox.json.ErrorDomain") << text;
+    EXPECT_NE(error.code, 0) << text;
+  }
+}
+
+TEST(Json, NeedsNoPlaceForAnError) { EXPECT_FALSE(parseJson("[")); }
+
+TEST(Json, ReadsUpToTheDepthLimitAndNotBeyond) {
+  EXPECT_TRUE(parseJson(nested(JsonLimits().depth)));
+  EXPECT_FALSE(parseJson(nested(JsonLimits().depth + 1)));
+  EXPECT_TRUE(parseJson(nested(3), nullptr, {.depth = 3}));
+  EXPECT_FALSE(parseJson(nested(4), nullptr, {.depth = 3}));
+  EXPECT_FALSE(parseJson(nested(1'000'000)));
+}
+
+TEST(Json, ReadsUpToTheSizeLimitAndNotBeyond) {
+  FRXError error;
+  EXPECT_TRUE(parseJson("[1,2]", &error, {.bytes = 5}));
+  EXPECT_FALSE(parseJson("[1,23]", &error, {.bytes = 5}));
+  EXPECT_EQ(error.localizedDescription, "The text is longer than 5 bytes.");
+}
+
+TEST(Json, ReadsTextLargerThanItsFirstBuffer) {
+  FRXArray array;
+  for (int i = 0; i < 5000; ++i) array.emplace_back("element " + std::to_string(i));
+  EXPECT_EQ(parseJson(writeJson(array).value()), FRXValue(array));
+}
+
+TEST(Json, WritesCompactText) {
+  const FRXDictionary value{
+      {"b", FRXArray{nullptr, true, 1, "x"}}, {"a", FRXDictionary{}}, {"c", FRXArray{}}};
+  EXPECT_EQ(writeJson(value), R"({"a":{},"b":[null,true,1,"x"],"c":[]})");
+}
+
+TEST(Json, EscapesWhatHasToBeEscapedAndNothingElse) {
+  EXPECT_EQ(writeJson("\"\\/\b\f\n\r\t\x01\x1f\x7f\u00e9\u2028"s),
+            "\"\\\"\\\\/\\u0008\\u000c\\n\\r\\t\\u0001\\u001f\x7f\u00e9\u2028\"");
+  EXPECT_EQ(writeJson("a\0b"s), "\"a\\u0000b\"");
+}
+
+TEST(Json, DoublesStayDoublesAndReadBackTheSame) {
+  const double samples[] = {0.0,
+                            -0.0,
+                            1.0,
+                            5.0,
+                            0.1,
+                            1e22,
+                            1e-300,
+                            123456789.125,
+                            std::numeric_limits<double>::max(),
+                            std::numeric_limits<double>::denorm_min()};
+  for (const double sample : samples) {
+    const auto text = writeJson(sample);
+    ASSERT_TRUE(text);
+    const auto read = parseJson(*text);
+    ASSERT_TRUE(read && read->asDouble()) << *text;
+    EXPECT_EQ(*read->asDouble(), sample) << *text;
+    EXPECT_EQ(std::signbit(*read->asDouble()), std::signbit(sample)) << *text;
+  }
+}
+
+TEST(Json, RefusesToWriteWhatJsonCannotCarry) {
+  EXPECT_FALSE(writeJson(FRXDate{}));
+  EXPECT_FALSE(writeJson(std::nan("")));
+  EXPECT_FALSE(writeJson(std::numeric_limits<double>::infinity()));
+  EXPECT_FALSE(writeJson("\xff"));
+  EXPECT_FALSE(writeJson(FRXDictionary{{"a", FRXArray{1, FRXDate{}}}}));
+  EXPECT_FALSE(writeJson(FRXDictionary{{"\xc3", 1}}));
+}
+
+TEST(FRXValue, HoldsIntegersOfAnyType) {
+  EXPECT_EQ(*FRXValue(7U).asInteger(), 7);
+  EXPECT_EQ(*FRXValue(std::int8_t{-7}).asInteger(), -7);
+  EXPECT_EQ(*FRXValue(std::numeric_limits<std::uint64_t>::max()).asDouble(), 18446744073709551615.0);
+}
+
+TEST(FRXValue, IsEqualOnlyToTheSameTypeAndContent) {
+  EXPECT_EQ(FRXValue(), FRXValue(nullptr));
+  EXPECT_NE(FRXValue(1), FRXValue(1.0));
+  EXPECT_NE(FRXValue(0), FRXValue(false));
+  EXPECT_NE(FRXValue(""), FRXValue());
+}
+
+}  // namespace
+}  // namespace ferrox
