@@ -32,7 +32,10 @@ class HTTPFileResponse : public HTTPResponse {
   std::string readDataOfLength(std::size_t length) override;
   bool isDone() const override { return offset_ >= regionLength_; }
   HTTPFileRegion fileRegion() const override;
-  bool supportsByteRanges() const override { return !restricted_; }
+  bool supportsByteRanges() const override { return isOpen() && !restricted_; }
+  std::optional<std::time_t> lastModified() const override;
+  /// 404 when the file could not be opened.
+  int status() const override { return isOpen() ? 200 : 404; }
 
  private:
   void measure();
@@ -41,6 +44,7 @@ class HTTPFileResponse : public HTTPResponse {
   std::uint64_t regionStart_ = 0;
   std::uint64_t regionLength_ = 0;
   std::uint64_t offset_ = 0;
+  std::time_t lastModified_ = 0;
   bool restricted_ = false;
 };
 

@@ -3,8 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,6 +44,8 @@ class HTTPResponse {
   virtual HTTPFileRegion fileRegion() const { return {}; }
   /// True when the server may answer Range requests from this response (RFC 9110 section 14).
   virtual bool supportsByteRanges() const { return false; }
+  /// Sent as `Last-Modified` and compared with `If-Range`.
+  virtual std::optional<std::time_t> lastModified() const { return std::nullopt; }
 };
 
 /// Stands for an answer that must touch the disk first. The server runs `make` on its disk pool, never on a

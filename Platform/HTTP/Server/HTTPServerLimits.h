@@ -19,10 +19,13 @@ struct HTTPServerLimits {
   std::size_t connectionsPerAddress = 256;                ///< from one remote address; likewise
   std::size_t webSocketMessage = std::size_t{4} << 20;    ///< bytes; close code 1009
   std::size_t webSocketSendQueue = std::size_t{8} << 20;  ///< bytes not yet taken by the peer; then cut
-  std::chrono::milliseconds headerDeadline = std::chrono::seconds(10);  ///< first byte to end of header; 408
-  std::chrono::milliseconds idleTimeout = std::chrono::seconds(75);     ///< between requests; closed
-  std::chrono::milliseconds bodyTimeout = std::chrono::seconds(30);     ///< without progress either way; cut
+  /// First byte to end of header; 408. A new connection that sends nothing for that long is closed.
+  std::chrono::milliseconds headerDeadline = std::chrono::seconds(10);
+  std::chrono::milliseconds idleTimeout = std::chrono::seconds(75);  ///< between requests; closed
+  std::chrono::milliseconds bodyTimeout = std::chrono::seconds(30);  ///< without progress either way; cut
   std::chrono::milliseconds webSocketCloseTimeout = std::chrono::seconds(5);  ///< for the closing handshake
+  /// Without a sign of the peer; it is pinged after half of that, then cut.
+  std::chrono::milliseconds webSocketIdleTimeout = std::chrono::minutes(5);
 };
 
 /// Who may upgrade to a WebSocket. A web page must not be able to join: neither from another origin, nor by

@@ -1,0 +1,71 @@
+#include "Platform/HTTP/Server/ConnectionCounts.h"
+
+#include <netinet/in.h>
+
+#include <mutex>
+#include <unordered_map>
+
+namespace ferrox {
+
+struct ConnectionCounts::State {
+  std::mutex mutex;
+  std::size_t totalLimit = 0;
+  std::size_t addressLimit = 0;
+  std::size_t total = 0;
+  std::unordered_map<std::string, std::size_t> byAddress;
+};
+
+class ConnectionCounts::Slot {
+ public:
+  Slot(std::shared_ptr<State> state, std::string address)
+      : state_(std::move(state)), address_(std::move(address)) {}
+  Slot(const Slot&) = delete;
+  Slot& operator=(const Slot&) = delete;
+  ~Slot() {
+    std::lock_guard lock(state_->mutex);
+    --state_->total;
+    const auto entry = state_->byAddress.find(address_);
+    if (--entry->second == 0) state_->byAddress.erase(entry);
+  }
+
+ private:
+  std::shared_ptr<State> state_;
+  std::string address_;
+};
+
+namespace {
+
+std::string addressBytes(const sockaddr_storage& peer) {
+  if (peer.ss_family == AF_INET6) {
+    const auto& address = reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr;
+    return std::string(reinterpret_cast<const char*>(&address), sizeof address);
+  }
+  const auto& address = reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
+  return std::string(reinterpret_cast<const char*>(&address), sizeof address);
+}
+
+}  // namespace
+
+ConnectionCounts::ConnectionCounts(std::size_t total, std::size_t perAddress)
+    : state_(std::make_shared<State>()) {
+  state_->totalLimit = total;
+  state_->addressLimit = perAddress;
+}
+
+ConnectionCounts::~ConnectionCounts() = default;
+
+std::shared_ptr<ConnectionCounts::Slot> ConnectionCounts::admit(const sockaddr_storage& peer) {
+  std::string address = addressBytes(peer);
+  std::lock_guard lock(state_->mutex);
+  if (state_->total >= state_->totalLimit) return nullptr;
+  std::size_t& count = state_->byAddress[address];
+  if (count >= state_->addressLimit) {
+    if (count == 0) state_->byAddress.erase(address);
+    return nullptr;
+  }
+  ++count;
+  ++state_->total;
+  return std::make_shared<Slot>(state_, std::move(address));
+}
+
+}  // namespace ferrox
