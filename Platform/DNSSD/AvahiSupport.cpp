@@ -89,6 +89,23 @@ PublishError publishErrorFromAvahi(int error) {
   }
 }
 
+Place placeOf(AvahiIfIndex interface, AvahiProtocol protocol) {
+  return {interface, protocol == AVAHI_PROTO_INET6};
+}
+
+LookupEvent lookupEvent(AvahiBrowserEvent event) {
+  switch (event) {
+    case AVAHI_BROWSER_NEW:
+      return LookupEvent::Added;
+    case AVAHI_BROWSER_REMOVE:
+      return LookupEvent::Removed;
+    case AVAHI_BROWSER_ALL_FOR_NOW:
+      return LookupEvent::AllForNow;
+    default:
+      return LookupEvent::Failed;
+  }
+}
+
 void routeAvahiLog() {
   static std::once_flag once;
   std::call_once(once, [] { avahi_set_log_function(writeAvahiLog); });

@@ -1,6 +1,8 @@
 // Small things that both Avahi back ends need: names, string lists, record data, and the log.
 #pragma once
 
+#include <avahi-common/address.h>
+#include <avahi-common/defs.h>
 #include <avahi-common/strlst.h>
 
 #include <memory>
@@ -29,6 +31,8 @@ using StringList = std::unique_ptr<AvahiStringList, StringListDeleter>;
 StringList stringListFromRdata(std::string_view rdata);
 
 PublishError publishErrorFromAvahi(int error);
+Place placeOf(AvahiIfIndex interface, AvahiProtocol protocol);
+LookupEvent lookupEvent(AvahiBrowserEvent event);
 
 /// What Avahi prints goes to the library's log. Once for the process. Thread: any
 void routeAvahiLog();

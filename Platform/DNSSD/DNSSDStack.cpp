@@ -1,11 +1,15 @@
 #include "Platform/DNSSD/DNSSDStack.h"
 
 #include <chrono>
+#include <optional>
 
+#include "Platform/DNSSD/DNSMessage.h"
 #include "Platform/DNSSD/DNSSDOff.h"
+#include "Platform/DNSSD/DaemonBackEnd.h"
 #include "Platform/DNSSD/DiscoveryBrowser.h"
 #include "Platform/DNSSD/DiscoveryPublication.h"
 #include "Platform/DNSSD/EmbeddedBackEnd.h"
+#include "Platform/DNSSD/ServiceSession.h"
 #include "Platform/Log/Log.h"
 
 namespace ferrox {
@@ -17,6 +21,8 @@ namespace {
 
 constexpr auto stopPatience = 3s;
 constexpr auto decisionPatience = 2s;
+constexpr int unsupportedRecord = 1;
+constexpr int malformedRecord = 2;
 
 struct ChosenBackEnd {
   std::unique_ptr<BackEnd> backEnd;
@@ -24,7 +30,28 @@ struct ChosenBackEnd {
 };
 
 ChosenBackEnd chooseBackEnd(DiscoveryThread& thread, const DNSSDConfiguration& configuration) {
+  using Choice = DNSSDConfiguration::BackEnd;
+  if (configuration.backEnd != Choice::Embedded) {
+    auto daemon = std::make_unique<DaemonBackEnd>(thread);
+    if (configuration.backEnd == Choice::Daemon || daemon->connectIfRunning()) {
+      return {std::move(daemon), "avahi"};
+    }
+  }
   return {std::make_unique<EmbeddedBackEnd>(thread, configuration.hostName), "embedded"};
+}
+
+// A pointer record's owner is "type.domain", and its data that name with the instance's label in front.
+std::optional<ServiceIdentity> identityFromPointer(const std::string& fullName, const std::string& rdata) {
+  const auto owner = dnsNameFromText(fullName);
+  const auto target = readPTRData(rdata);
+  if (!owner || !target || owner->size() < 3 || target->size() != owner->size() + 1) return std::nullopt;
+  if (!sameDNSName(*owner, DNSName(target->begin() + 1, target->end()))) return std::nullopt;
+  ServiceIdentity identity{target->front(), (*owner)[0] + "." + (*owner)[1], {}};
+  for (std::size_t i = 2; i < owner->size(); ++i) {
+    if (i > 2) identity.domain += ".";
+    identity.domain += (*owner)[i];
+  }
+  return identity;
 }
 
 }  // namespace
@@ -60,8 +87,14 @@ std::unique_ptr<NetServicePublication> DNSSDStack::publish(PublicationRequest re
   return std::make_unique<DiscoveryPublication>(core_, std::move(request));
 }
 
-int DNSSDStack::reconfirmRecord(std::uint32_t, std::uint32_t, const std::string&, std::uint16_t,
-                                std::uint16_t, std::string) {
+int DNSSDStack::reconfirmRecord(std::uint32_t, std::uint32_t interfaceIndex, const std::string& fullName,
+                                std::uint16_t recordType, std::uint16_t recordClass, std::string rdata) {
+  if (recordType != recordTypePTR || recordClass != recordClassIN) return unsupportedRecord;
+  const auto identity = identityFromPointer(fullName, rdata);
+  if (!identity) return malformedRecord;
+  DiscoveryCore::post(core_, [identity = *identity, interfaceIndex](DiscoveryEngine& engine) {
+    engine.reconfirm(identity, static_cast<int>(interfaceIndex));
+  });
   return 0;
 }
 

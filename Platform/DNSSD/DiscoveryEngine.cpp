@@ -5,6 +5,8 @@
 
 #include "Platform/DNSSD/BrowseSession.h"
 #include "Platform/DNSSD/HostNameText.h"
+#include "Platform/DNSSD/Reconfirmation.h"
+#include "Platform/DNSSD/Requery.h"
 #include "Platform/DNSSD/ServiceSession.h"
 #include "Platform/Log/Log.h"
 
@@ -38,6 +40,8 @@ void DiscoveryEngine::stop() {
   running_ = false;
   interfaceWatch_.stop();
   idleSweep_.reset();
+  reconfirmations_.clear();
+  requeries_.clear();
   forEachSession([](Session& session) { session.close(); });
   sessions_.clear();
   hostNames_.clear();
@@ -138,6 +142,59 @@ void DiscoveryEngine::forEachSession(const std::function<void(Session&)>& visit)
   for (const auto& session : sessions) visit(*session);
   const auto hostNames = hostNames_;
   for (const auto& session : hostNames) visit(*session);
+}
+
+void DiscoveryEngine::reconfirm(const ServiceIdentity& identity, int interfaceIndex) {
+  const auto isThisOne = [&](const auto& running) { return running->identity() == identity; };
+  if (std::any_of(reconfirmations_.begin(), reconfirmations_.end(), isThisOne)) return;
+  auto places = placesOf(identity);
+  if (interfaceIndex > 0) {
+    std::erase_if(places, [&](const Place& place) { return place.interfaceIndex != interfaceIndex; });
+  }
+  if (!running_ || places.empty()) return;
+  reconfirmations_.push_back(std::make_unique<Reconfirmation>(
+      context_, identity, places, [this, identity](const Place& place) { return recordsAt(identity, place); },
+      [this, identity](bool buried) { reconfirmed(identity, buried); }));
+}
+
+void DiscoveryEngine::reconfirmed(const ServiceIdentity& identity, bool buried) {
+  std::erase_if(reconfirmations_, [&](const auto& running) { return running->identity() == identity; });
+  if (!buried || !running_) return;
+  auto requery = std::find_if(requeries_.begin(), requeries_.end(), [&](const auto& known) {
+    return known->type() == identity.type && known->domain() == identity.domain;
+  });
+  if (requery == requeries_.end()) {
+    auto made = std::make_unique<Requery>(
+        context_, identity.type, identity.domain,
+        [this, type = identity.type, domain = identity.domain](const std::string& name) {
+          return !placesOf({name, type, domain}).empty();
+        });
+    requery = requeries_.insert(requeries_.end(), std::move(made));
+  }
+  (*requery)->lost(identity.name);
+}
+
+std::vector<Place> DiscoveryEngine::placesOf(const ServiceIdentity& identity) const {
+  std::vector<Place> places;
+  for (const auto& session : sessions_) {
+    const auto* browse = dynamic_cast<const BrowseSession*>(session.get());
+    if (browse == nullptr || browse->type() != identity.type || browse->domain() != identity.domain) continue;
+    for (const Place& place : browse->placesOf(identity.name)) {
+      if (std::find(places.begin(), places.end(), place) == places.end()) places.push_back(place);
+    }
+  }
+  return places;
+}
+
+std::vector<std::pair<std::uint16_t, std::string>> DiscoveryEngine::recordsAt(const ServiceIdentity& identity,
+                                                                              const Place& place) const {
+  for (const auto& session : sessions_) {
+    const auto* service = dynamic_cast<const ServiceSession*>(session.get());
+    if (service == nullptr || service->identity() != identity) continue;
+    auto records = service->recordsAt(place);
+    if (!records.empty()) return records;
+  }
+  return {};
 }
 
 std::vector<int> DiscoveryEngine::interfacesOfHost(const std::string& name) const {

@@ -1,12 +1,11 @@
 // Everything that lives on the discovery thread: the back end, the sessions on it, and the interfaces.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Platform/DNSSD/BackEnd.h"
@@ -20,7 +19,10 @@
 namespace ferrox::dnssd {
 
 class BrowseSession;
+class Reconfirmation;
+class Requery;
 class ServiceSession;
+struct ServiceIdentity;
 
 /// Made and destroyed by whoever owns the thread; every operation but the constructor belongs on it.
 /// Thread: discovery
@@ -42,6 +44,8 @@ class DiscoveryEngine final : private BackEndListener {
   void resolveHostName(const std::string& name, std::chrono::milliseconds timeout,
                        HostNameSession::Completion completion);
   void refresh();
+  /// Verifies what the browsers know of an instance, on one interface or (0) on all.
+  void reconfirm(const ServiceIdentity& identity, int interfaceIndex);
 
  private:
   void backEndDidStart() override;
@@ -51,6 +55,10 @@ class DiscoveryEngine final : private BackEndListener {
 
   void interfacesChanged();
   void forEachSession(const std::function<void(Session&)>& visit);
+  std::vector<Place> placesOf(const ServiceIdentity& identity) const;
+  std::vector<std::pair<std::uint16_t, std::string>> recordsAt(const ServiceIdentity& identity,
+                                                               const Place& place) const;
+  void reconfirmed(const ServiceIdentity& identity, bool buried);
   std::vector<int> interfacesOfHost(const std::string& name) const;
   void dropIdleHostNames();
 
@@ -60,6 +68,8 @@ class DiscoveryEngine final : private BackEndListener {
   InterfaceWatch interfaceWatch_;
   std::vector<std::shared_ptr<Session>> sessions_;
   std::vector<std::shared_ptr<HostNameSession>> hostNames_;
+  std::vector<std::unique_ptr<Reconfirmation>> reconfirmations_;
+  std::vector<std::unique_ptr<Requery>> requeries_;
   std::unique_ptr<Pending> idleSweep_;
   bool running_ = false;
 };

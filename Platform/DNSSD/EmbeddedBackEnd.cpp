@@ -11,6 +11,7 @@
 #include <chrono>
 
 #include "Platform/DNSSD/AvahiSupport.h"
+#include "Platform/DNSSD/Reporter.h"
 #include "Platform/Log/Log.h"
 
 namespace ferrox::dnssd {
@@ -22,47 +23,12 @@ namespace {
 constexpr auto multicastOnly = AVAHI_LOOKUP_USE_MULTICAST;
 constexpr AvahiPublishFlags noPublishFlags{};
 
-Place placeOf(AvahiIfIndex interface, AvahiProtocol protocol) {
-  return {interface, protocol == AVAHI_PROTO_INET6};
-}
-
-LookupEvent lookupEvent(AvahiBrowserEvent event) {
-  switch (event) {
-    case AVAHI_BROWSER_NEW:
-      return LookupEvent::Added;
-    case AVAHI_BROWSER_REMOVE:
-      return LookupEvent::Removed;
-    case AVAHI_BROWSER_ALL_FOR_NOW:
-      return LookupEvent::AllForNow;
-    default:
-      return LookupEvent::Failed;
-  }
-}
-
 std::optional<std::string> rdataOf(AvahiRecord* record) {
   std::array<char, 9000> buffer{};
   const std::size_t size = avahi_rdata_serialize(record, buffer.data(), buffer.size());
   if (size == static_cast<std::size_t>(-1)) return std::nullopt;
   return std::string(buffer.data(), size);
 }
-
-// Hands reports over in a later turn: what they lead to may free the very object that is calling.
-template <class Report>
-class Reporter {
- public:
-  Reporter(DiscoveryThread& thread, std::function<void(const Report&)> handler)
-      : thread_(thread), handler_(std::make_shared<std::function<void(const Report&)>>(std::move(handler))) {}
-
-  void report(Report report) {
-    thread_.post([weak = std::weak_ptr(handler_), report = std::move(report)] {
-      if (const auto handler = weak.lock()) (*handler)(report);
-    });
-  }
-
- private:
-  DiscoveryThread& thread_;
-  std::shared_ptr<std::function<void(const Report&)>> handler_;
-};
 
 class EmbeddedBrowser final : public Lookup {
  public:

@@ -36,7 +36,11 @@ void PublishSession::publishingStopped() {
 }
 
 void PublishSession::interfacesChanged() {
-  if (group_ && !context_.backEnd.coversInterfaces(*group_)) republish();
+  if (!group_) {
+    publish();
+  } else if (!context_.backEnd.coversInterfaces(*group_)) {
+    republish();
+  }
 }
 
 void PublishSession::close() {

@@ -1,0 +1,72 @@
+#include "Platform/DNSSD/Requery.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Platform/DNSSD/DNSMessage.h"
+#include "Platform/DNSSD/MulticastSocket.h"
+
+namespace ferrox::dnssd {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::array<std::chrono::milliseconds, 5> delays = {1s, 3s, 10s, 30s, 60s};
+constexpr auto longestSearch = 60min;
+// The stacks drop a buried record a second later; before that it only seems to be there.
+constexpr auto burialTakes = 2s;
+
+std::string ptrQuery(const std::string& type, const std::string& domain) {
+  const auto name = dnsNameFromText(type + "." + domain);
+  if (!name) return {};
+  DNSMessage query;
+  query.questions.push_back({*name, recordTypePTR, recordClassIN});
+  return writeDNSMessage(query).value_or("");
+}
+
+void sendAt(const Place& place, const std::string& packet) {
+  if (const auto socket = MulticastSocket::open(place, MulticastSocket::Kind::Shared)) socket->send(packet);
+}
+
+}  // namespace
+
+Requery::Requery(DiscoveryContext& context, std::string type, std::string domain, IsVisible isVisible)
+    : context_(context),
+      type_(std::move(type)),
+      domain_(std::move(domain)),
+      isVisible_(std::move(isVisible)) {}
+
+void Requery::lost(const std::string& instanceName) {
+  lost_[instanceName] = std::chrono::steady_clock::now();
+  step_ = 0;
+  schedule();
+}
+
+void Requery::schedule() {
+  const auto delay = delays[std::min(step_, delays.size() - 1)];
+  ++step_;
+  timer_ = context_.thread.after(delay, [this] { ask(); });
+}
+
+void Requery::forgetReturned() {
+  const auto now = std::chrono::steady_clock::now();
+  std::erase_if(lost_, [&](const auto& entry) {
+    const auto age = now - entry.second;
+    return age > longestSearch || (age > burialTakes && isVisible_(entry.first));
+  });
+}
+
+void Requery::ask() {
+  timer_.reset();
+  forgetReturned();
+  if (lost_.empty()) return;
+  const std::string packet = ptrQuery(type_, domain_);
+  for (const NetworkInterface& interface : context_.interfaces.inUse) {
+    if (interface.hasIPv4) sendAt({interface.index, false}, packet);
+    if (interface.hasIPv6) sendAt({interface.index, true}, packet);
+  }
+  schedule();
+}
+
+}  // namespace ferrox::dnssd
