@@ -47,7 +47,8 @@ std::shared_ptr<FRXNetService> FRXNetService::fromJson(std::string_view json, FR
   const auto value = parseJson(json, error);
   if (!value) return nullptr;
   if (value->asObject() == nullptr && value->asArray() == nullptr) {
-    setError(error, {"com.ferrox.json.ErrorDomain", 1, "The top level of the JSON text is neither an object nor an array."});
+    setError(error, {"com.ferrox.json.ErrorDomain", 1,
+                     "The top level of the JSON text is neither an object nor an array."});
     return nullptr;
   }
   return std::make_shared<FRXNetService>(textMember(*value, "hostName"), integerMember(*value, "port"),

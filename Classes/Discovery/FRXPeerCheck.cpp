@@ -4,6 +4,7 @@
 
 #include "Classes/Discovery/FRXNetService.h"
 #include "Platform/Host/Text.h"
+#include "Platform/Net/HostName.h"
 #include "Platform/Net/SocketAddress.h"
 
 namespace ferrox {
@@ -35,10 +36,7 @@ bool holdsUnicodeBlankOrControl(std::string_view utf8) {
 }  // namespace
 
 bool isPlausibleHostName(std::string_view hostName) {
-  if (hostName.empty() || hostName.size() > maxPeerNameSize || hostName.front() == '.') return false;
-  if (std::any_of(hostName.begin(), hostName.end(), [](char c) { return isControl(c) || c == ' '; })) {
-    return false;
-  }
+  if (!isUsableHostName(hostName)) return false;
   if (SocketAddress::fromText(hostName, 0)) return true;
   if (std::any_of(hostName.begin(), hostName.end(), endsHostOfURL)) return false;
   return text::isValidUtf8(hostName) && !holdsUnicodeBlankOrControl(hostName);

@@ -10,11 +10,11 @@ namespace ferrox {
 
 class FRXNetService;
 
-/// Longest host name (RFC 1035 section 2.3.4), and longest published name that is taken over from a record.
+/// Longest published name, in bytes, that is taken over from a record.
 inline constexpr std::size_t maxPeerNameSize = 255;
 
-/// True for an IP address (an IPv6 one may carry %scope) and for UTF-8 text of 1 to 255 bytes that has no
-/// blanks, no control characters and nothing that would end or split the host part of a URL.
+/// True for an IP address (an IPv6 one may carry %scope) and for UTF-8 text that can name a host: not too
+/// long, without blanks and control characters, and without what would end or split the host part of a URL.
 /// Thread: any
 bool isPlausibleHostName(std::string_view hostName);
 
