@@ -1,0 +1,77 @@
+// `ferrox doctor`: what would keep peers from meeting, in plain words.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+
+#include "Apps/ferrox/Commands/Report.h"
+#include "Apps/ferrox/Commands/Subcommand.h"
+#include "Apps/ferrox/Doctor/Checks.h"
+#include "Apps/ferrox/Node/NodeOptions.h"
+#include "Platform/DNSSD/InterfacePolicy.h"
+
+namespace ferrox::command {
+namespace {
+
+constexpr std::chrono::milliseconds multicastWait{2000};
+
+class DoctorCommand final : public Subcommand {
+ public:
+  CLI::App* declare(CLI::App& parent) override {
+    CLI::App* app = parent.add_subcommand("doctor", "says in plain words what would keep peers from meeting");
+    declareNodeOptions(*app, options_, wellKnownPort);
+    app->footer(
+        "Give it the options that the node is given. Exit status 1 when something would keep peers from\n"
+        "meeting. It announces nothing and changes nothing.\n\n"
+        "Example:\n  ferrox doctor --peer 192.168.7.20 --peer edit-suite-3.local:16700");
+    return app;
+  }
+
+  int run() override {
+    endOnSignals();
+    applyNodeOptions(options_);
+    const int written =
+        options_.json ? reportEvent("doctor", examine().members()) : reportText(told(examine()));
+    return problem_ ? static_cast<int>(ExitFailed) : written;
+  }
+
+ private:
+  // It has nothing to clean up, so the usual end by a signal serves.
+  static void endOnSignals() {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+  }
+
+  static std::string told(const DoctorReport& report) {
+    return report.text(Style::forDescriptor(STDOUT_FILENO));
+  }
+
+  DoctorReport examine() {
+    const DNSSDConfiguration configuration = discoveryConfiguration(options_);
+    const std::vector<dnssd::NetworkInterface> present = dnssd::currentNetworkInterfaces();
+    DoctorReport report;
+    report.add(examineRecord());
+    report.add(examineInterfaces(configuration, present));
+    // Before the multicast check, whose own sockets would be found.
+    report.add(examineResponders());
+    if (options_.discovery != DNSSDConfiguration::BackEnd::Off) {
+      const auto used = dnssd::InterfacePolicy(configuration).select(present).inUse;
+      report.add(examineMulticast(used, multicastWait));
+    }
+    report.add(examinePort(options_.port));
+    if (!options_.peers.empty()) report.add(examinePeers(options_.peers));
+    problem_ = report.foundProblem();
+    return report;
+  }
+
+  NodeOptions options_;
+  bool problem_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Subcommand> makeDoctorCommand() { return std::make_unique<DoctorCommand>(); }
+
+}  // namespace ferrox::command

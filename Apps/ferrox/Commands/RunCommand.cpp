@@ -1,0 +1,157 @@
+// `ferrox run`: a node until it is stopped.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "Apps/ferrox/Commands/Report.h"
+#include "Apps/ferrox/Commands/Subcommand.h"
+#include "Apps/ferrox/Events/CommandHandler.h"
+#include "Apps/ferrox/Events/CommandReader.h"
+#include "Apps/ferrox/Events/EventWriter.h"
+#include "Apps/ferrox/Events/JsonPresenter.h"
+#include "Apps/ferrox/Events/SignalWatcher.h"
+#include "Apps/ferrox/Node/Node.h"
+#include "Apps/ferrox/Terminal/HumanPresenter.h"
+#include "Platform/RunLoop/RunLoop.h"
+
+namespace ferrox::command {
+namespace {
+
+/// Passes everything on and notes how it ends.
+class RunSession final : public NodeListener {
+ public:
+  explicit RunSession(NodeSetup setup) : setup_(std::move(setup)) {}
+
+  int run() {
+    RunLoop& loop = RunLoop::main();
+    EventWriter writer(STDOUT_FILENO, [this, &loop](const std::string&) { loop.post([this] { end(); }); });
+    node_ = Node::make(setup_, *this);
+    makePresenter(writer);
+    const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP, SIGWINCH}, [this](int number) {
+      if (number != SIGWINCH) return end();
+      if (human_ != nullptr) human_->resized();
+    });
+    CommandHandler commands(*node_, writer, [this] { end(); });
+    std::unique_ptr<CommandReader> reader;
+    if (setup_.options.json) reader = readCommands(commands);
+    node_->start();
+    loop.run();
+    node_->stop();
+    reader.reset();
+    presenter_.reset();
+    if (failure_) fmt::print(stderr, "ferrox: cannot start: {}\n", *failure_);
+    return failure_ ? ExitFailed : ExitDone;
+  }
+
+  void nodeStarted(const NodeIdentity& node) override { presenter_->nodeStarted(node); }
+  void nodeFailed(const std::string& reason) override {
+    failure_ = reason;
+    presenter_->nodeFailed(reason);
+    end();
+  }
+  void localServiceStarted(const std::string& id) override { presenter_->localServiceStarted(id); }
+  void localServiceEnded(const std::string& id) override { presenter_->localServiceEnded(id); }
+  void peerDiscovered(const Peer& peer) override { presenter_->peerDiscovered(peer); }
+  void peerRemoved(const Peer& peer) override { presenter_->peerRemoved(peer); }
+  void peerChangedState(const Peer& peer) override { presenter_->peerChangedState(peer); }
+  void peersChanged() override { presenter_->peersChanged(); }
+  void peerRejoined(const std::string& frxId) override { presenter_->peerRejoined(frxId); }
+
+ private:
+  void makePresenter(EventWriter& writer) {
+    const Style style = Style::forDescriptor(STDOUT_FILENO);
+    if (setup_.options.json) {
+      presenter_ = std::make_unique<JsonPresenter>(writer);
+      return;
+    }
+    std::unique_ptr<HumanPresenter> human;
+    const char* terminal = std::getenv("TERM");
+    const bool canDraw = terminal != nullptr && std::string_view(terminal) != "dumb";
+    if (isTerminal(STDOUT_FILENO) && canDraw) {
+      human =
+          std::make_unique<LivePresenter>(writer, RunLoop::main(), style, [this] { return node_->peers(); });
+    } else {
+      human = std::make_unique<PlainPresenter>(writer, style);
+    }
+    human_ = human.get();
+    presenter_ = std::move(human);
+  }
+
+  static std::unique_ptr<CommandReader> readCommands(CommandHandler& commands) {
+    return std::make_unique<CommandReader>(
+        STDIN_FILENO, RunLoop::main(),
+        CommandReader::Listener{[&commands](const std::string& line) { commands.handleLine(line); },
+                                [&commands] { commands.reportTooLong(); }, [] {}});
+  }
+
+  static void end() { RunLoop::main().stop(); }
+
+  NodeSetup setup_;
+  std::shared_ptr<Node> node_;
+  std::unique_ptr<NodeListener> presenter_;
+  HumanPresenter* human_ = nullptr;
+  std::optional<std::string> failure_;
+};
+
+class RunCommand final : public Subcommand {
+ public:
+  CLI::App* declare(CLI::App& parent) override {
+    CLI::App* app = parent.add_subcommand("run", "a node until it is stopped: publishes, browses, monitors");
+    declareOffer(*app, "--share", setup_.offers.projects, "offer a folder that peers may copy; repeatable");
+    declareOffer(*app, "--stream", setup_.offers.streams, "offer a folder of a live stream; repeatable");
+    declareOffer(*app, "--moments", setup_.offers.moments, "offer a folder of moments data; repeatable");
+    app->add_option_function<std::string>(
+           "--status", [this](const std::string& text) { setup_.status = text; },
+           "a short text that peers can read in the announcement")
+        ->type_name("TEXT")
+        ->check(CLI::Validator(checkStatus, ""));
+    declareNodeOptions(*app, setup_.options, wellKnownPort);
+    app->footer(
+        "With --json, events come on stdout, one JSON object a line, and commands are read from stdin:\n"
+        "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
+        "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"");
+    return app;
+  }
+
+  int run() override {
+    applyNodeOptions(setup_.options);
+    return RunSession(setup_).run();
+  }
+
+ private:
+  static std::string checkStatus(const std::string& text) {
+    return text.size() <= Node::maxStatusSize ? "" : fmt::format("at most {} bytes", Node::maxStatusSize);
+  }
+
+  static void declareOffer(CLI::App& app, const std::string& option, std::vector<Offer>& offers,
+                           const std::string& description) {
+    app.add_option_function<std::vector<std::string>>(
+           option,
+           [&offers, option](const std::vector<std::string>& texts) {
+             for (const std::string& text : texts) {
+               std::string problem;
+               auto offer = Offer::fromText(text, problem);
+               if (!offer) throw CLI::ValidationError(option, problem);
+               const bool taken = std::any_of(offers.begin(), offers.end(),
+                                              [&](const Offer& other) { return other.id == offer->id; });
+               if (taken) throw CLI::ValidationError(option, "the ID " + offer->id + " is given twice");
+               offers.push_back(std::move(*offer));
+             }
+           },
+           description)
+        ->type_name("ID[:NAME]=DIR")
+        ->allow_extra_args(false);
+  }
+
+  NodeSetup setup_;
+};
+
+}  // namespace
+
+std::unique_ptr<Subcommand> makeRunCommand() { return std::make_unique<RunCommand>(); }
+
+}  // namespace ferrox::command

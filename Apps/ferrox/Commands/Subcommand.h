@@ -1,0 +1,28 @@
+// One thing the command can do.
+#pragma once
+
+#include <memory>
+
+namespace CLI {
+class App;
+}
+
+namespace ferrox::command {
+
+class Subcommand {
+ public:
+  virtual ~Subcommand() = default;
+  /// Adds itself, with its options, to the command; lives at least as long as `parent`. The added subcommand.
+  virtual CLI::App* declare(CLI::App& parent) = 0;
+  /// Does its work and answers with the exit code.
+  virtual int run() = 0;
+};
+
+std::unique_ptr<Subcommand> makeRunCommand();
+std::unique_ptr<Subcommand> makePeersCommand();
+std::unique_ptr<Subcommand> makeSearchCommand();
+std::unique_ptr<Subcommand> makeCheckCommand();
+std::unique_ptr<Subcommand> makeDoctorCommand();
+std::unique_ptr<Subcommand> makeDemoCommand();
+
+}  // namespace ferrox::command

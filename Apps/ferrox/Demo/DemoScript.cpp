@@ -1,0 +1,331 @@
+#include "Apps/ferrox/Demo/DemoScript.h"
+
+#include <fmt/format.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <utility>
+
+#include "Apps/ferrox/ExitCode.h"
+
+namespace ferrox::command {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::chrono::milliseconds between(DemoStage::Instant from, DemoStage::Instant to) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(to - from);
+}
+
+DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
+
+const FRXValue* memberOf(const FRXValue& value, std::string_view outer, std::string_view inner) {
+  const FRXValue* object = value.member(outer);
+  return object == nullptr ? nullptr : object->member(inner);
+}
+
+bool endedCleanly(const std::optional<int>& status) {
+  return status && WIFEXITED(*status) && WEXITSTATUS(*status) == ExitDone;
+}
+
+}  // namespace
+
+DemoScript::DemoScript(DemoStage& stage, Story& story)
+    : stage_(stage), story_(story), last_(stage.roles().back()), begun_(now()), killed_(begun_) {}
+
+int DemoScript::play() {
+  story_.begin(
+      fmt::format("{} nodes on this machine, without a server, a daemon or root", stage_.roles().size()));
+  const bool succeeded = meet() && lose() && part();
+  if (stage_.interrupted()) return ExitInterrupted;
+  story_.end(succeeded, between(begun_, now()),
+             succeeded ? "They met, shared, lost one, and found it again."
+                       : "The step above did not happen within its time.");
+  return succeeded ? ExitDone : ExitFailed;
+}
+
+bool DemoScript::meet() {
+  return step("published", "Published", [this] { return publish(); }) &&
+         step("found", "Found each other", [this] { return findEachOther(); }) &&
+         step("resolved", "Resolved", [this] { return resolve(); }) &&
+         step("responsive", "Answering", [this] { return answer(); }) &&
+         step("fetched", "Records fetched", [this] { return fetchRecords(); }) &&
+         step("heartbeat", "Heartbeats heard", [this] { return hearHeartbeats(); });
+}
+
+bool DemoScript::lose() {
+  return step("killed", "One killed", [this] { return killLast(); }) &&
+         step("unresponsive", "Noticed as silent", [this] { return noticeSilence(); }) &&
+         step("removed", "Verified and removed", [this] { return removeDead(); }) &&
+         step("restarted", "Started again", [this] { return restart(); }) &&
+         step("foundAgain", "Found again", [this] { return findAgain(); });
+}
+
+bool DemoScript::part() {
+  return step("left", "One leaves politely", [this] { return leavePolitely(); }) &&
+         step("ended", "All ended", [this] { return endRest(); });
+}
+
+bool DemoScript::step(const std::string& name, const std::string& title,
+                      const std::function<StepOutcome()>& action) {
+  story_.stepBegins(name, title);
+  StepOutcome outcome = action();
+  if (stage_.interrupted()) outcome = {false, outcome.elapsed, "interrupted"};
+  story_.stepEnds(outcome);
+  return outcome.succeeded;
+}
+
+StepOutcome DemoScript::publish() {
+  const Instant cause = now();
+  for (DemoRole& role : stage_.roles()) {
+    std::string problem;
+    if (!stage_.start(role, problem)) return {false, between(cause, now()), problem};
+  }
+  std::string detail;
+  for (DemoRole& role : stage_.roles()) {
+    const StepOutcome outcome = published(role, 20s);
+    if (!outcome.succeeded) return outcome;
+    detail += fmt::format("{}{}:{}", detail.empty() ? "" : ", ", role.computerName, role.port);
+  }
+  std::vector<Expectation> expectations;
+  for (const DemoRole& role : stage_.roles()) {
+    expectations.push_back(
+        {role.computerName, [&role, cause] { return DemoStage::find(role, "localServiceStarted", cause); }});
+  }
+  return expectAll(expectations, cause, 20s, detail);
+}
+
+// Waits for the node's own word that it runs, and notes under which name and port.
+StepOutcome DemoScript::published(DemoRole& role, std::chrono::milliseconds timeout) {
+  const Instant cause = role.node->startTime();
+  const auto started = [&] { return DemoStage::find(role, "started", cause); };
+  const auto failed = [&] { return DemoStage::find(role, "error", cause); };
+  const auto ended = [&] { return role.node->descriptor() < 0; };
+  if (!stage_.waitUntil([&] { return started() != nullptr || failed() != nullptr || ended(); }, timeout) ||
+      started() == nullptr) {
+    return {false, between(cause, now()), role.computerName + " did not start"};
+  }
+  const ChildEvent& event = *started();
+  const FRXValue* name = event.members.member("serviceName");
+  const FRXValue* port = event.members.member("port");
+  const bool complete = name != nullptr && name->asText() != nullptr && !name->asText()->empty() &&
+                        port != nullptr && port->asInteger() != nullptr && *port->asInteger() > 0;
+  if (!complete) return {false, between(cause, now()), role.computerName + " did not say its name and port"};
+  role.serviceName = *name->asText();
+  role.port = *port->asInteger();
+  return {true, between(cause, event.arrival), {}};
+}
+
+StepOutcome DemoScript::findEachOther() {
+  return expectOfAllPairs(
+      "peerDiscovered", 20s,
+      fmt::format("every node sees the {} others, and not itself", stage_.roles().size() - 1));
+}
+
+// What was found must be what was published: host name and port of each record.
+StepOutcome DemoScript::resolve() {
+  Instant latest = begun_;
+  for (const DemoRole& observer : stage_.roles()) {
+    for (const DemoRole& subject : stage_.roles()) {
+      if (&observer == &subject) continue;
+      const ChildEvent* event = DemoStage::findAbout(observer, "peerDiscovered", begun_, subject);
+      const FRXValue* port = event == nullptr ? nullptr : memberOf(event->members, "service", "port");
+      const FRXValue* host = event == nullptr ? nullptr : memberOf(event->members, "service", "hostName");
+      const bool right = port != nullptr && port->asInteger() != nullptr &&
+                         *port->asInteger() == subject.port && host != nullptr && host->asText() != nullptr &&
+                         !host->asText()->empty();
+      if (!right) {
+        return {false, between(begun_, now()),
+                observer.computerName + " resolved " + subject.computerName + " to something else"};
+      }
+      latest = std::max(latest, event->arrival);
+    }
+  }
+  return {true, between(begun_, latest), fmt::format("to {}.local and the right ports", stage_.hostName())};
+}
+
+StepOutcome DemoScript::answer() {
+  return expectOfAllPairs("peerResponsive", 15s, "each reached each other over TCP");
+}
+
+StepOutcome DemoScript::fetchRecords() {
+  DemoRole& asking = stage_.roles().front();
+  std::chrono::milliseconds slowest{0};
+  for (const DemoRole& subject : stage_.roles()) {
+    if (&subject == &asking) continue;
+    const Instant cause = now();
+    asking.node->send({{"cmd", "search"},
+                       {"ref", subject.serviceName},
+                       {"address", fmt::format("{}.local:{}", stage_.hostName(), subject.port)}});
+    const auto answered = [&] {
+      return DemoStage::find(asking, "result", cause, [&](const FRXValue& members) {
+        const FRXValue* ref = members.member("ref");
+        return ref != nullptr && *ref == FRXValue(subject.serviceName);
+      });
+    };
+    if (!stage_.waitUntil([&] { return answered() != nullptr; }, 10s)) {
+      return {false, between(cause, now()), "no answer to GET /service from " + subject.computerName};
+    }
+    const FRXValue* name = memberOf(answered()->members, "service", "name");
+    if (name == nullptr || *name != FRXValue(subject.serviceName)) {
+      return {false, between(cause, now()),
+              "GET /service of " + subject.computerName + " told another record"};
+    }
+    slowest = std::max(slowest, between(cause, answered()->arrival));
+  }
+  return {true, slowest, fmt::format("GET /service from {}, answered by every other", asking.computerName)};
+}
+
+StepOutcome DemoScript::hearHeartbeats() {
+  const Instant cause = now();
+  std::vector<Expectation> expectations;
+  for (const DemoRole& observer : stage_.roles()) {
+    for (const DemoRole& subject : stage_.roles()) {
+      if (&observer == &subject) continue;
+      expectations.push_back({subject.computerName + " by " + observer.computerName, [&, cause] {
+                                return DemoStage::find(
+                                    observer, "rejoined", cause, [&](const FRXValue& members) {
+                                      const FRXValue* id = members.member("frxId");
+                                      return id != nullptr && *id == FRXValue(subject.serviceName);
+                                    });
+                              }});
+    }
+  }
+  return expectAll(expectations, cause, 15s, "every record was rewritten, every other heard it");
+}
+
+StepOutcome DemoScript::killLast() {
+  killed_ = now();
+  last_.node->kill(SIGKILL);
+  if (!stage_.waitUntil([this] { return last_.node->status().has_value(); }, 5s)) {
+    return {false, between(killed_, now()), last_.computerName + " did not die"};
+  }
+  const int status = *last_.node->status();
+  const bool bySignal = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+  return {bySignal, between(killed_, now()), last_.computerName + " is gone, without a goodbye"};
+}
+
+StepOutcome DemoScript::noticeSilence() {
+  return expectOfSurvivors("peerUnresponsive", killed_, 20s, "checks failed twice; counted from its death");
+}
+
+StepOutcome DemoScript::removeDead() {
+  StepOutcome outcome = expectOfSurvivors("peerRemoved", killed_, 20s,
+                                          "asked for it, nobody confirmed; counted from its death");
+  if (outcome.succeeded && !survivorsKeptEachOther()) {
+    return {false, outcome.elapsed, "a living node was removed too"};
+  }
+  return outcome;
+}
+
+StepOutcome DemoScript::restart() {
+  const std::string formerName = last_.serviceName;
+  const Instant cause = now();
+  std::string problem;
+  if (!stage_.start(last_, problem)) return {false, between(cause, now()), problem};
+  StepOutcome outcome = published(last_, 20s);
+  if (outcome.succeeded) {
+    outcome.detail = fmt::format("{} on port {}{}", last_.computerName, last_.port,
+                                 last_.serviceName != formerName ? ", under a new name" : "");
+  }
+  return outcome;
+}
+
+StepOutcome DemoScript::findAgain() {
+  const Instant cause = last_.node->startTime();
+  StepOutcome outcome =
+      expectOfSurvivors("peerDiscovered", cause, 20s, "by all others; counted from its start");
+  if (!outcome.succeeded) return outcome;
+  const StepOutcome answering = expectOfSurvivors("peerResponsive", cause, 15s, {});
+  return answering.succeeded ? outcome : answering;
+}
+
+StepOutcome DemoScript::leavePolitely() {
+  const Instant cause = now();
+  last_.node->send({{"cmd", "quit"}});
+  StepOutcome outcome =
+      expectOfSurvivors("peerRemoved", cause, 10s, "it said goodbye, and all others heard it");
+  if (!outcome.succeeded) return outcome;
+  if (!stage_.waitUntil([this] { return last_.node->status().has_value(); }, 10s) ||
+      !endedCleanly(last_.node->status())) {
+    return {false, between(cause, now()), last_.computerName + " did not end cleanly"};
+  }
+  if (!survivorsKeptEachOther()) return {false, outcome.elapsed, "a living node was removed too"};
+  return outcome;
+}
+
+StepOutcome DemoScript::endRest() {
+  const Instant cause = now();
+  for (DemoRole* role : survivors()) role->node->kill(SIGTERM);
+  for (DemoRole* role : survivors()) {
+    if (!stage_.waitUntil([role] { return role->node->status().has_value(); }, 10s) ||
+        !endedCleanly(role->node->status())) {
+      return {false, between(cause, now()), role->computerName + " did not end cleanly"};
+    }
+  }
+  return {true, between(cause, now()), "SIGTERM; announcements withdrawn, exit status 0"};
+}
+
+StepOutcome DemoScript::expectAll(const std::vector<Expectation>& expectations, Instant cause,
+                                  std::chrono::milliseconds timeout, const std::string& detail) {
+  const auto happened = [](const Expectation& expectation) { return expectation.find() != nullptr; };
+  const bool all = stage_.waitUntil(
+      [&] { return std::all_of(expectations.begin(), expectations.end(), happened); }, timeout);
+  Instant latest = cause;
+  std::string missing;
+  for (const Expectation& expectation : expectations) {
+    if (const ChildEvent* event = expectation.find()) {
+      latest = std::max(latest, event->arrival);
+    } else {
+      missing += (missing.empty() ? "missing: " : ", ") + expectation.what;
+    }
+  }
+  return all ? StepOutcome{true, between(cause, latest), detail}
+             : StepOutcome{false, between(cause, now()), missing};
+}
+
+StepOutcome DemoScript::expectOfSurvivors(std::string_view event, Instant cause,
+                                          std::chrono::milliseconds timeout, const std::string& detail) {
+  std::vector<Expectation> expectations;
+  for (const DemoRole* observer : survivors()) {
+    expectations.push_back({observer->computerName, [this, observer, event, cause] {
+                              return DemoStage::findAbout(*observer, event, cause, last_);
+                            }});
+  }
+  return expectAll(expectations, cause, timeout, detail);
+}
+
+StepOutcome DemoScript::expectOfAllPairs(std::string_view event, std::chrono::milliseconds timeout,
+                                         const std::string& detail) {
+  std::vector<Expectation> expectations;
+  for (const DemoRole& observer : stage_.roles()) {
+    for (const DemoRole& subject : stage_.roles()) {
+      if (&observer == &subject) continue;
+      expectations.push_back(
+          {subject.computerName + " by " + observer.computerName, [this, &observer, &subject, event] {
+             return DemoStage::findAbout(observer, event, begun_, subject);
+           }});
+    }
+  }
+  return expectAll(expectations, begun_, timeout, detail);
+}
+
+bool DemoScript::survivorsKeptEachOther() const {
+  for (const DemoRole* observer : survivors()) {
+    for (const DemoRole* subject : survivors()) {
+      if (DemoStage::findAbout(*observer, "peerRemoved", begun_, *subject) != nullptr) return false;
+    }
+  }
+  return true;
+}
+
+std::vector<DemoRole*> DemoScript::survivors() const {
+  std::vector<DemoRole*> out;
+  for (DemoRole& role : stage_.roles()) {
+    if (&role != &last_) out.push_back(&role);
+  }
+  return out;
+}
+
+}  // namespace ferrox::command

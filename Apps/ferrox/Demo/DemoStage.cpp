@@ -1,0 +1,95 @@
+#include "Apps/ferrox/Demo/DemoStage.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "Apps/ferrox/Events/SignalWatcher.h"
+#include "Platform/Host/Text.h"
+
+namespace ferrox::command {
+namespace {
+
+constexpr std::array<const char*, 8> computerNames{"Edit Suite", "Grading", "Sound Stage", "Archive",
+                                                   "Playout",    "Ingest",  "Review Room", "Studio"};
+
+}  // namespace
+
+DemoStage::DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel)
+    : hostName_(fmt::format("ferrox-demo-{}", getpid())),
+      interfaces_(std::move(interfaces)),
+      logLevel_(std::move(logLevel)),
+      signals_(makeEndSignalDescriptor()) {
+  for (std::size_t i = 0; i < std::min(roles, computerNames.size()); ++i) {
+    DemoRole role;
+    role.computerName = computerNames[i];
+    role.deviceUUID = text::randomUUID();
+    roles_.push_back(std::move(role));
+  }
+}
+
+DemoStage::~DemoStage() { ::close(signals_); }
+
+bool DemoStage::start(DemoRole& role, std::string& problem) {
+  std::vector<std::string> arguments{
+      "--port",      "0",       "--computer-name", role.computerName, "--device-uuid", role.deviceUUID,
+      "--host-name", hostName_, "--discovery",     "embedded",        "--log-level",   logLevel_};
+  for (const std::string& name : interfaces_) {
+    arguments.emplace_back("--interface");
+    arguments.push_back(name);
+  }
+  role.node.reset();
+  role.node = ChildNode::spawn(arguments, problem);
+  return role.node != nullptr;
+}
+
+bool DemoStage::waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
+  const Instant deadline = std::chrono::steady_clock::now() + timeout;
+  while (!interrupted_) {
+    if (done()) return true;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    takeIn(left);
+  }
+  return false;
+}
+
+// A short sleep at most: the end of a process shows in waitpid only, not on a descriptor.
+void DemoStage::takeIn(std::chrono::milliseconds atMost) {
+  std::vector<pollfd> watched{{signals_, POLLIN, 0}};
+  for (const DemoRole& role : roles_) {
+    const int descriptor = role.node ? role.node->descriptor() : -1;
+    watched.push_back({descriptor, POLLIN, 0});
+  }
+  const auto sleep = std::min(atMost, std::chrono::milliseconds(50));
+  if (poll(watched.data(), watched.size(), static_cast<int>(sleep.count())) <= 0) return;
+  if (watched[0].revents != 0) interrupted_ = true;
+  for (DemoRole& role : roles_) {
+    if (role.node) role.node->readAvailable();
+  }
+}
+
+const ChildEvent* DemoStage::find(const DemoRole& observer, std::string_view event, Instant since,
+                                  const std::function<bool(const FRXValue&)>& matches) {
+  if (!observer.node) return nullptr;
+  for (const ChildEvent& seen : observer.node->events()) {
+    if (seen.name == event && seen.arrival >= since && (!matches || matches(seen.members))) return &seen;
+  }
+  return nullptr;
+}
+
+const ChildEvent* DemoStage::findAbout(const DemoRole& observer, std::string_view event, Instant since,
+                                       const DemoRole& subject) {
+  return find(observer, event, since, [&subject](const FRXValue& members) {
+    const FRXValue* service = members.member("service");
+    const FRXValue* name = service == nullptr ? nullptr : service->member("name");
+    return name != nullptr && name->asText() != nullptr && *name->asText() == subject.serviceName;
+  });
+}
+
+}  // namespace ferrox::command

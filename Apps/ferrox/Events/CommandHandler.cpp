@@ -1,0 +1,109 @@
+#include "Apps/ferrox/Events/CommandHandler.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <utility>
+
+#include "Apps/ferrox/Events/EventWriter.h"
+#include "Apps/ferrox/Events/LineSplitter.h"
+#include "Classes/Discovery/FRXNetService.h"
+#include "Platform/Base/Json.h"
+
+namespace ferrox::command {
+
+struct CommandHandler::Command {
+  std::string name;
+  FRXValue members;
+
+  const std::string* text(std::string_view key) const {
+    const FRXValue* value = members.member(key);
+    return value == nullptr ? nullptr : value->asText();
+  }
+};
+
+CommandHandler::CommandHandler(Node& node, EventWriter& writer, std::function<void()> quit)
+    : node_(node), writer_(writer), quit_(std::move(quit)) {}
+
+void CommandHandler::handleLine(const std::string& line) {
+  if (line.find_first_not_of(" \t") == std::string::npos) return;
+  FRXError error;
+  std::optional<FRXValue> value = parseJson(line, &error);
+  if (!value) {
+    return writer_.write("error", {{"message", "a command line is no JSON: " + error.localizedDescription}});
+  }
+  if (value->asObject() == nullptr) {
+    return writer_.write("error", {{"message", "a command line is no JSON object"}});
+  }
+  const FRXValue* name = value->member("cmd");
+  if (name == nullptr || name->asText() == nullptr) {
+    return writer_.write("error", {{"message", R"(a command line has no text "cmd")"}});
+  }
+  dispatch({*name->asText(), *value});
+}
+
+void CommandHandler::reportTooLong() {
+  writer_.write(
+      "error",
+      {{"message", fmt::format("a command line is longer than {} bytes", LineSplitter::defaultLimit)}});
+}
+
+void CommandHandler::dispatch(const Command& command) {
+  using Handler = void (CommandHandler::*)(const Command&);
+  static constexpr std::array<std::pair<std::string_view, Handler>, 4> handlers{{
+      {"peers", &CommandHandler::peers},
+      {"search", &CommandHandler::search},
+      {"status", &CommandHandler::status},
+      {"rename", &CommandHandler::rename},
+  }};
+  for (const auto& [name, handler] : handlers) {
+    if (command.name == name) return (this->*handler)(command);
+  }
+  if (command.name != "quit")
+    return fail(command, "unknown command; known are peers, search, status, rename, quit");
+  succeed(command, {});
+  quit_();
+}
+
+void CommandHandler::peers(const Command& command) {
+  FRXArray services;
+  for (const Peer& peer : node_.peers()) services.emplace_back(node_.describe(peer));
+  succeed(command, {{"services", std::move(services)}});
+}
+
+void CommandHandler::search(const Command& command) {
+  const std::string* text = command.text("address");
+  const auto address = text == nullptr ? std::nullopt : PeerAddress::fromText(*text);
+  if (!address) return fail(command, R"("address" must be HOST, HOST:PORT or an IP address)");
+  node_.search(*address, [this, command](const FetchedService& fetched) {
+    if (!fetched.service) return fail(command, fetched.error->localizedDescription);
+    succeed(command, {{"service", recordOf(*fetched.service)}, {"milliseconds", fetched.elapsed.count()}});
+  });
+}
+
+void CommandHandler::status(const Command& command) {
+  const std::string* text = command.text("text");
+  if (text == nullptr) return fail(command, R"("text" must be a text)");
+  std::string problem;
+  if (!node_.setStatus(*text, problem)) return fail(command, problem);
+  succeed(command, {});
+}
+
+void CommandHandler::rename(const Command& command) {
+  node_.rename([this, command](const std::string& name) { succeed(command, {{"serviceName", name}}); });
+}
+
+void CommandHandler::succeed(const Command& command, FRXDictionary members) {
+  members["cmd"] = command.name;
+  members["ok"] = true;
+  if (const FRXValue* ref = command.members.member("ref")) members["ref"] = *ref;
+  writer_.write("result", std::move(members));
+}
+
+void CommandHandler::fail(const Command& command, std::string_view reason) {
+  FRXDictionary members{{"cmd", command.name}, {"ok", false}, {"error", reason}};
+  if (const FRXValue* ref = command.members.member("ref")) members["ref"] = *ref;
+  writer_.write("result", std::move(members));
+}
+
+}  // namespace ferrox::command

@@ -1,0 +1,39 @@
+// Carries out the commands that arrive on stdin and answers each with one result.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Apps/ferrox/Node/Node.h"
+
+namespace ferrox::command {
+
+class EventWriter;
+
+/// Thread: main
+class CommandHandler {
+ public:
+  /// All are borrowed and outlive the handler's last answer; `quit` ends the process's work.
+  CommandHandler(Node& node, EventWriter& writer, std::function<void()> quit);
+
+  /// One line of input. Whatever it holds, the node goes on.
+  void handleLine(const std::string& line);
+  void reportTooLong();
+
+ private:
+  struct Command;
+  void dispatch(const Command& command);
+  void peers(const Command& command);
+  void search(const Command& command);
+  void status(const Command& command);
+  void rename(const Command& command);
+  void succeed(const Command& command, FRXDictionary members);
+  void fail(const Command& command, std::string_view reason);
+
+  Node& node_;
+  EventWriter& writer_;
+  std::function<void()> quit_;
+};
+
+}  // namespace ferrox::command

@@ -1,0 +1,242 @@
+#include "Apps/ferrox/Node/Node.h"
+
+#include <utility>
+
+#include "Apps/ferrox/Node/PeerSearch.h"
+#include "Classes/Capabilities/FRXProjectSharingCapability.h"
+#include "Classes/Capabilities/FRXStreamingCapability.h"
+#include "Classes/Discovery/FRXBrowser.h"
+#include "Classes/Discovery/FRXNetService.h"
+#include "Classes/HTTPServer/FRXServer.h"
+#include "Classes/Utilities/FRXUtilities.h"
+#include "Classes/WebSockets/PeerConnector.h"
+#include "Platform/HTTP/Client/HTTPClient.h"
+#include "Platform/Host/HostIdentity.h"
+#include "Platform/PlatformServices.h"
+#include "Platform/RunLoop/Timer.h"
+
+namespace ferrox::command {
+namespace {
+
+constexpr const char* serviceType = "_ferrox._tcp";
+constexpr std::chrono::seconds heartbeatInterval{5};
+constexpr std::chrono::seconds offersInterval{30};
+
+PeerTable::Time now() { return std::chrono::system_clock::now(); }
+
+}  // namespace
+
+std::shared_ptr<Node> Node::make(NodeSetup setup, NodeListener& listener) {
+  return std::shared_ptr<Node>(new Node(std::move(setup), listener));
+}
+
+Node::Node(NodeSetup setup, NodeListener& listener)
+    : setup_(std::move(setup)), listener_(listener), services_(PlatformServices::shared()) {}
+
+Node::~Node() = default;
+
+void Node::start() {
+  running_ = true;
+  if (!setup_.publishes) return startBrowsing();
+  server_ = FRXServer::sharedInstance();
+  server_->setPort(setup_.options.port);
+  createName([this](const std::string& name) { startServer(name); });
+}
+
+void Node::stop() {
+  if (!std::exchange(running_, false)) return;
+  search_.reset();
+  statusTimer_.reset();
+  offersTimer_.reset();
+  rejoined_.reset();
+  FRXBrowser::sharedInstance()->stopBrowsingForServices();
+  FRXBrowser::sharedInstance()->setDelegate(nullptr);
+  if (server_) server_->stop();
+}
+
+void Node::createName(std::function<void(std::string)> completion) {
+  server_->createNewServiceName(
+      [weak = weak_from_this(), completion = std::move(completion)](const std::string& name) {
+        RunLoop::main().post([weak, completion, name] {
+          const auto self = weak.lock();
+          if (self && self->running_) completion(name);
+        });
+      });
+}
+
+void Node::startServer(const std::string& serviceName) {
+  server_->republishBonjourWithServiceName(serviceName);
+  FRXError error;
+  if (!server_->start(&error)) {
+    running_ = false;
+    return listener_.nodeFailed(error.localizedDescription);
+  }
+  // Offers take the server's port, which is known only now.
+  addOffers();
+  server_->startHeartbeatTimer();
+  listener_.nodeStarted({server_->frxServerId(), server_->port(), HostIdentity::current()->computerName(),
+                         FRXUtilities::currentDeviceUUID().value_or(""),
+                         std::string(services_.discovery->backEndName())});
+  if (setup_.status) {
+    std::string problem;
+    if (!setStatus(*setup_.status, problem)) listener_.nodeFailed(problem);
+  }
+  startBrowsing();
+}
+
+void Node::addOffers() {
+  const auto projects = std::make_shared<FRXProjectSharingCapability>();
+  const auto streams = std::make_shared<FRXStreamingCapability>();
+  server_->addCapability(projects);
+  server_->addCapability(streams);
+  for (const Offer& offer : setup_.offers.projects) {
+    const auto project = std::make_shared<FRXProject>();
+    project->setId(offer.id);
+    project->setName(offer.name);
+    project->setFileSystemPath(offer.fileURL());
+    if (!projects->addProject(project)) FRX_LOG_ERROR("Cannot share the project " + offer.id);
+  }
+  const auto add = [&streams](const std::vector<Offer>& offers, std::string_view contentType) {
+    for (const Offer& offer : offers) {
+      const auto stream = std::make_shared<FRXStream>();
+      stream->setId(offer.id);
+      stream->setName(offer.name);
+      stream->setContentType(std::string(contentType));
+      stream->setFileSystemPath(offer.fileURL());
+      if (!streams->addStream(stream)) FRX_LOG_ERROR("Cannot offer the stream " + offer.id);
+    }
+  };
+  add(setup_.offers.streams, FRXContentTypeVideoAngle);
+  add(setup_.offers.moments, FRXContentTypeMomentsData);
+}
+
+void Node::startBrowsing() {
+  const auto& browser = FRXBrowser::sharedInstance();
+  browser->setDelegate(shared_from_this());
+  browser->setChecksNewServicesAtOnce(true);
+  rejoined_ = services_.notifications->addObserver(
+      FRXServiceRejoinedNetworkNotification, browser.get(), [this](const LocalNotification& notification) {
+        const auto id = notification.userInfo.find(FRXServiceRejoinedNetworkFRXIdKey);
+        if (id != notification.userInfo.end() && id->second.asText()) {
+          listener_.peerRejoined(*id->second.asText());
+        }
+      });
+  browser->startBrowsingForServicesOfType(serviceType, "");
+  search_ = std::make_unique<PeerSearch>(
+      *services_.mainLoop, setup_.options.peers,
+      [](const PeerAddress& address, std::function<void(bool)> done) {
+        FRXBrowser::sharedInstance()->searchForServiceAtAddress(
+            address.host, address.port,
+            [done = std::move(done)](bool success, const std::optional<FRXError>&) { done(success); });
+      });
+  search_->start();
+  offersTimer_ = Timer::scheduleRepeating(*services_.mainLoop, offersInterval, [this] { askAllForOffers(); });
+}
+
+FRXDictionary Node::describe(const Peer& peer) const {
+  const auto connector = PeerConnector::registered();
+  FRXDictionary members = recordOf(*peer.service);
+  members["connected"] = connector && connector->isConnectedToService(peer.service->serviceId());
+  members["state"] = std::string(toString(peer.state));
+  return members;
+}
+
+void Node::search(const PeerAddress& address, std::function<void(FetchedService)> completion) {
+  fetchService(*services_.httpClient, address,
+               [weak = weak_from_this(), completion = std::move(completion)](const FetchedService& fetched) {
+                 RunLoop::main().post([weak, completion, fetched] {
+                   const auto self = weak.lock();
+                   if (!self || !self->running_) return;
+                   if (fetched.service) FRXBrowser::sharedInstance()->monitorService(fetched.service);
+                   completion(fetched);
+                 });
+               });
+}
+
+bool Node::setStatus(const std::string& text, std::string& problem) {
+  if (text.size() > maxStatusSize) {
+    problem = "a status has at most " + std::to_string(maxStatusSize) + " bytes";
+    return false;
+  }
+  status_ = text;
+  server_->updateTxtRecordWithStatus(status_);
+  repeatStatus();
+  return true;
+}
+
+// A heartbeat rewrites the record without the status, so the status follows each heartbeat for as long as
+// there is one.
+void Node::repeatStatus() {
+  statusTimer_.reset();
+  if (status_.empty()) return;
+  statusTimer_ = Timer::scheduleRepeating(*services_.mainLoop, heartbeatInterval,
+                                          [this] { server_->updateTxtRecordWithStatus(status_); });
+}
+
+void Node::rename(std::function<void(std::string)> completion) {
+  createName([this, completion = std::move(completion)](const std::string& name) {
+    server_->republishBonjourWithServiceName(name);
+    completion(name);
+  });
+}
+
+void Node::localFRXServiceStarted(const std::string& sessionId) { listener_.localServiceStarted(sessionId); }
+
+void Node::localFRXServiceEnded(const std::string& sessionId) { listener_.localServiceEnded(sessionId); }
+
+// A search by address reports from a callback thread.
+void Node::remoteFRXServiceDiscovered(const std::shared_ptr<FRXNetService>& service) {
+  services_.mainLoop->postOrRun([weak = weak_from_this(), service] {
+    if (const auto self = weak.lock()) self->peerDiscovered(service);
+  });
+}
+
+void Node::peerDiscovered(const std::shared_ptr<FRXNetService>& service) {
+  if (!running_ || FRXUtilities::isLocalDeviceService(service->name())) return;
+  if (!peers_.add(service, now())) return;
+  if (const auto peer = peers_.find(*service)) listener_.peerDiscovered(*peer);
+  if (service->isAvailable()) peerChangedState(service, PeerState::Responsive);
+}
+
+void Node::remoteFRXServiceRemoved(const std::shared_ptr<FRXNetService>& service) {
+  const auto peer = peers_.find(*service);
+  if (!peer || !peers_.remove(*service)) return;
+  listener_.peerRemoved(*peer);
+  search_->searchAgain();
+}
+
+void Node::remoteFRXServiceBecameResponsive(const std::shared_ptr<FRXNetService>& service) {
+  peerChangedState(service, PeerState::Responsive);
+}
+
+void Node::remoteFRXServiceBecameUnresponsive(const std::shared_ptr<FRXNetService>& service) {
+  peerChangedState(service, PeerState::Unresponsive);
+  search_->searchAgain();
+}
+
+void Node::peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerState state) {
+  if (!running_ || !peers_.setState(*service, state, now())) return;
+  if (const auto peer = peers_.find(*service)) listener_.peerChangedState(*peer);
+  if (state == PeerState::Responsive) askForOffers(service);
+}
+
+void Node::askForOffers(const std::shared_ptr<FRXNetService>& service) {
+  fetchOfferCounts(*services_.httpClient, *service,
+                   [weak = weak_from_this(), service](std::optional<OfferCounts> counts) {
+                     if (!counts) return;
+                     RunLoop::main().post([weak, service, counts] {
+                       const auto self = weak.lock();
+                       if (!self || !self->running_) return;
+                       self->peers_.setOffers(*service, counts->streams, counts->projects);
+                       self->listener_.peersChanged();
+                     });
+                   });
+}
+
+void Node::askAllForOffers() {
+  for (const Peer& peer : peers_.sorted()) {
+    if (peer.state == PeerState::Responsive) askForOffers(peer.service);
+  }
+}
+
+}  // namespace ferrox::command

@@ -1,0 +1,94 @@
+// A whole node in this process: server, browser, offers, and the peers looked up by address.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Apps/ferrox/Node/NodeListener.h"
+#include "Apps/ferrox/Node/NodeOptions.h"
+#include "Apps/ferrox/Node/Offers.h"
+#include "Apps/ferrox/Node/PeerTable.h"
+#include "Apps/ferrox/Node/ServiceFetch.h"
+#include "Classes/Discovery/FRXBrowserDelegate.h"
+#include "Platform/Notifications/NotificationDispatcher.h"
+
+namespace ferrox {
+class FRXServer;
+class Timer;
+struct PlatformServices;
+}  // namespace ferrox
+
+namespace ferrox::command {
+
+class PeerSearch;
+
+struct NodeSetup {
+  NodeOptions options;
+  Offers offers;
+  std::optional<std::string> status;
+  /// False: looks for others without being seen; neither server nor announcement.
+  bool publishes = true;
+};
+
+/// Over the process's shared server and browser, so there is one at a time. Thread: main
+class Node final : public FRXBrowserDelegate, public std::enable_shared_from_this<Node> {
+ public:
+  /// One string of a TXT record holds 255 bytes, "Status=" included (RFC 6763 section 6.1).
+  static constexpr std::size_t maxStatusSize = 248;
+
+  /// `listener` is borrowed and outlives the node.
+  static std::shared_ptr<Node> make(NodeSetup setup, NodeListener& listener);
+  ~Node() override;
+
+  /// Begins; the listener hears of success or failure.
+  void start();
+  /// Withdraws the announcement and closes every connection before it returns.
+  void stop();
+
+  std::vector<Peer> peers() const { return peers_.sorted(); }
+  /// The record's members, and "connected" (a connection to the peer is open) and "state".
+  FRXDictionary describe(const Peer& peer) const;
+
+  /// Asks the address for its record and adopts it; `completion` is called on the main thread.
+  void search(const PeerAddress& address, std::function<void(FetchedService)> completion);
+  /// False, with the reason, when the text does not fit a TXT record.
+  [[nodiscard]] bool setStatus(const std::string& text, std::string& problem);
+  /// Publishes again under a newly made service name, which `completion` gets on the main thread.
+  void rename(std::function<void(std::string)> completion);
+
+  void localFRXServiceStarted(const std::string& sessionId) override;
+  void localFRXServiceEnded(const std::string& sessionId) override;
+  void remoteFRXServiceDiscovered(const std::shared_ptr<FRXNetService>& service) override;
+  void remoteFRXServiceRemoved(const std::shared_ptr<FRXNetService>& service) override;
+  void remoteFRXServiceBecameResponsive(const std::shared_ptr<FRXNetService>& service) override;
+  void remoteFRXServiceBecameUnresponsive(const std::shared_ptr<FRXNetService>& service) override;
+
+ private:
+  Node(NodeSetup setup, NodeListener& listener);
+  void createName(std::function<void(std::string)> completion);
+  void startServer(const std::string& serviceName);
+  void startBrowsing();
+  void addOffers();
+  void repeatStatus();
+  void peerDiscovered(const std::shared_ptr<FRXNetService>& service);
+  void peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerState state);
+  void askForOffers(const std::shared_ptr<FRXNetService>& service);
+  void askAllForOffers();
+
+  const NodeSetup setup_;
+  NodeListener& listener_;
+  const PlatformServices& services_;
+  bool running_ = false;
+  std::string status_;
+  PeerTable peers_;
+  std::shared_ptr<FRXServer> server_;
+  std::unique_ptr<PeerSearch> search_;
+  std::unique_ptr<Timer> statusTimer_;
+  std::unique_ptr<Timer> offersTimer_;
+  NotificationDispatcher::TokenRef rejoined_;
+};
+
+}  // namespace ferrox::command

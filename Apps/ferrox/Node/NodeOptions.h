@@ -1,0 +1,45 @@
+// The options of every subcommand that starts a node, and what they change in the process.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Apps/ferrox/Node/PeerAddress.h"
+#include "Platform/DNSSD/DNSSD.h"
+#include "Platform/Log/Log.h"
+
+namespace CLI {
+class App;
+}
+
+namespace ferrox::command {
+
+struct NodeOptions {
+  /// 0: any free one.
+  std::uint16_t port = 0;
+  std::optional<std::string> computerName;
+  /// Upper case.
+  std::optional<std::string> deviceUUID;
+  std::optional<std::string> hostName;
+  std::vector<std::string> interfaces;
+  DNSSDConfiguration::BackEnd discovery = DNSSDConfiguration::BackEnd::Auto;
+  std::vector<PeerAddress> peers;
+  bool json = false;
+  LogLevel logLevel = LogLevel::Warn;
+};
+
+/// Declares the options on a subcommand; `options` has to outlive the parsing. What is wrong with a value is
+/// said in a CLI::ParseError.
+void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort);
+/// Only --json and --log-level, for subcommands that start no node.
+void declareOutputOptions(CLI::App& subcommand, NodeOptions& options);
+
+/// Discovery as the options ask for it.
+DNSSDConfiguration discoveryConfiguration(const NodeOptions& options);
+
+/// Sets log, identity and discovery up. Call it before the first use of the library. Thread: main
+void applyNodeOptions(const NodeOptions& options);
+
+}  // namespace ferrox::command

@@ -1,0 +1,46 @@
+#include "Apps/ferrox/Node/Peer.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "Classes/Discovery/FRXNetService.h"
+#include "Classes/Utilities/FRXUtilities.h"
+
+namespace ferrox::command {
+
+std::string_view toString(PeerState state) {
+  switch (state) {
+    case PeerState::Found:
+      return "found";
+    case PeerState::Responsive:
+      return "responsive";
+    case PeerState::Unresponsive:
+      return "unresponsive";
+  }
+  return "";
+}
+
+std::string displayName(const FRXNetService& service) {
+  const auto name = FRXUtilities::localizedNameFromServiceId(service.name());
+  return name && !name->empty() ? *name : "?";
+}
+
+std::string displayAddress(const FRXNetService& service) {
+  std::string host = service.hostName().value_or("?");
+  if (!host.empty() && host.back() == '.') host.pop_back();
+  std::transform(host.begin(), host.end(), host.begin(),
+                 [](unsigned char c) { return static_cast<char>(c < 0x80 ? std::tolower(c) : c); });
+  return host + ":" + std::to_string(service.port());
+}
+
+FRXDictionary recordOf(const FRXNetService& service) {
+  const auto text = [](const std::optional<std::string>& value) {
+    return value ? FRXValue(*value) : FRXValue();
+  };
+  return {{"serviceId", service.serviceId()},
+          {"hostName", text(service.hostName())},
+          {"port", service.port()},
+          {"name", text(service.name())}};
+}
+
+}  // namespace ferrox::command

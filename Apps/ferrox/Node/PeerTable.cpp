@@ -1,0 +1,48 @@
+#include "Apps/ferrox/Node/PeerTable.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Classes/Discovery/FRXNetService.h"
+
+namespace ferrox::command {
+
+bool PeerTable::add(const std::shared_ptr<FRXNetService>& service, Time now) {
+  const auto known = peers_.find(service->serviceId());
+  if (known != peers_.end() && known->second.service->name() == service->name()) return false;
+  peers_.insert_or_assign(service->serviceId(), Peer{service, PeerState::Found, now, {}, {}});
+  return true;
+}
+
+bool PeerTable::remove(const FRXNetService& service) { return peers_.erase(service.serviceId()) > 0; }
+
+bool PeerTable::setState(const FRXNetService& service, PeerState state, Time now) {
+  const auto known = peers_.find(service.serviceId());
+  if (known == peers_.end() || known->second.state == state) return false;
+  known->second.state = state;
+  known->second.since = now;
+  return true;
+}
+
+void PeerTable::setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects) {
+  const auto known = peers_.find(service.serviceId());
+  if (known == peers_.end()) return;
+  known->second.streams = streams;
+  known->second.projects = projects;
+}
+
+std::optional<Peer> PeerTable::find(const FRXNetService& service) const {
+  const auto known = peers_.find(service.serviceId());
+  return known == peers_.end() ? std::nullopt : std::optional(known->second);
+}
+
+std::vector<Peer> PeerTable::sorted() const {
+  std::vector<std::pair<std::string, Peer>> named;
+  for (const auto& [id, peer] : peers_) named.emplace_back(displayName(*peer.service) + '\0' + id, peer);
+  std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<Peer> out;
+  for (auto& [key, peer] : named) out.push_back(std::move(peer));
+  return out;
+}
+
+}  // namespace ferrox::command

@@ -1,0 +1,36 @@
+// The peers a node knows, each with what it is believed to be up to.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Apps/ferrox/Node/Peer.h"
+
+namespace ferrox::command {
+
+/// Keyed by the record's service id. Thread: main
+class PeerTable {
+ public:
+  using Time = std::chrono::system_clock::time_point;
+
+  /// False when the peer was known under this very name already: searches by address report a peer again.
+  bool add(const std::shared_ptr<FRXNetService>& service, Time now);
+  /// False when it was not known.
+  bool remove(const FRXNetService& service);
+  /// False when it was not known or in that state already.
+  bool setState(const FRXNetService& service, PeerState state, Time now);
+  void setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects);
+
+  std::optional<Peer> find(const FRXNetService& service) const;
+  /// Sorted by name, then by address.
+  std::vector<Peer> sorted() const;
+  bool empty() const { return peers_.empty(); }
+  std::size_t size() const { return peers_.size(); }
+
+ private:
+  std::map<std::string, Peer> peers_;
+};
+
+}  // namespace ferrox::command

@@ -1,0 +1,45 @@
+// Asks one address for a document of a node: its service record, or what it offers.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Apps/ferrox/Node/PeerAddress.h"
+#include "Platform/Base/FRXError.h"
+
+namespace ferrox {
+class FRXNetService;
+class HTTPClient;
+}  // namespace ferrox
+
+namespace ferrox::command {
+
+inline constexpr const char* ServiceFetchErrorDomain = "com.ferrox.command.ServiceFetch";
+
+struct FetchedService {
+  /// With host name, name and port; empty when `error` says why not.
+  std::shared_ptr<FRXNetService> service;
+  std::optional<FRXError> error;
+  std::chrono::milliseconds elapsed{0};
+};
+
+/// GET /service at the address; at most 10 s without progress. `completion` is called once, on a callback
+/// thread of the client. Thread: any
+void fetchService(HTTPClient& client, const PeerAddress& address,
+                  std::function<void(FetchedService)> completion);
+
+struct OfferCounts {
+  std::size_t streams = 0;
+  std::size_t projects = 0;
+};
+
+/// GET /capabilities of a known peer; nothing when it does not answer properly. `completion` is called once,
+/// on a callback thread of the client. Thread: any
+void fetchOfferCounts(HTTPClient& client, const FRXNetService& service,
+                      std::function<void(std::optional<OfferCounts>)> completion);
+
+}  // namespace ferrox::command
