@@ -4,6 +4,7 @@
 #include <avahi-client/lookup.h>
 #include <avahi-client/publish.h>
 #include <avahi-common/error.h>
+#include <dlfcn.h>
 
 #include <chrono>
 #include <utility>
@@ -21,6 +22,22 @@ namespace {
 constexpr auto multicastOnly = AVAHI_LOOKUP_USE_MULTICAST;
 constexpr AvahiPublishFlags noPublishFlags{};
 constexpr auto reconnectDelay = 1s;
+
+// avahi-core exports an internal function under the name of this public one of avahi-client, and being linked
+// first it wins for every ordinary call. So the client's is asked for by its library. (The client itself only
+// calls it for groups that are left when it is freed; ours are all gone by then.)
+void freeClientGroup(AvahiEntryGroup* group) {
+  using Free = int (*)(AvahiEntryGroup*);
+  static const Free freeGroup = [] {
+    void* library = dlopen("libavahi-client.so.3", RTLD_NOW | RTLD_NOLOAD);
+    return library == nullptr ? nullptr : reinterpret_cast<Free>(dlsym(library, "avahi_entry_group_free"));
+  }();
+  if (freeGroup != nullptr) {
+    freeGroup(group);
+  } else {
+    avahi_entry_group_reset(group);
+  }
+}
 
 class DaemonBrowser final : public Lookup {
  public:
@@ -85,7 +102,7 @@ class DaemonGroup final : public ServiceGroup {
         records_(std::move(records)),
         interfaces_(std::move(interfaces)) {}
   ~DaemonGroup() override {
-    if (group_ != nullptr) avahi_entry_group_free(group_);
+    if (group_ != nullptr) freeClientGroup(group_);
   }
 
   PublishError open(AvahiClient* client) {
