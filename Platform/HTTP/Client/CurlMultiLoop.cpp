@@ -133,7 +133,7 @@ void CurlMultiLoop::handle(CurlInbox::Message message) {
 void CurlMultiLoop::begin(Id id) {
   Job& job = jobs_.at(id);
   job.stage = Stage::Transferring;
-  if (auto error = job.transfer->prepare()) return finish(id, std::move(error));
+  if (auto error = job.transfer->prepare(sockets_)) return finish(id, std::move(error));
   attempt(id, job);
 }
 

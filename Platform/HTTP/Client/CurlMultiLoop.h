@@ -91,6 +91,8 @@ class CurlMultiLoop {
 
   HostNameResolver& resolver_;
   BackgroundQueue& callbackQueue_;
+  // Before the library's handle, which closes its last connections as it goes.
+  OpenSockets sockets_;
   std::unique_ptr<CURLM, MultiDeleter> multi_;
   std::shared_ptr<CurlInbox> inbox_;
 

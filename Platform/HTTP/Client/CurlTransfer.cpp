@@ -2,9 +2,13 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <strings.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <charconv>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Log/Log.h"
@@ -36,7 +40,8 @@ CurlTransfer::CurlTransfer(HTTPClientRequest request, HTTPClientTarget target, H
 
 CurlTransfer::~CurlTransfer() = default;
 
-std::optional<FRXError> CurlTransfer::prepare() {
+std::optional<FRXError> CurlTransfer::prepare(OpenSockets& sockets) {
+  sockets_ = &sockets;
   easy_.reset(curl_easy_init());
   connectTo_.reset(curl_slist_append(nullptr, connectToNowhere));
   if (!easy_ || !connectTo_ || !setHeaders()) return clientError(CURLE_OUT_OF_MEMORY, "Out of memory");
@@ -59,6 +64,8 @@ void CurlTransfer::setConnectionOptions() {
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
   curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &CurlTransfer::socketWasOpened);
   curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlTransfer::closeSocket);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, sockets_);
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorText_.data());
 }
 
@@ -104,13 +111,22 @@ void CurlTransfer::useConnection(FileDescriptor socket) {
 
 curl_socket_t CurlTransfer::openSocket(void* self, curlsocktype, curl_sockaddr*) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
-  if (transfer.connection_.isOpen()) return transfer.connection_.release();
-  transfer.wantsConnection_ = true;
-  return CURL_SOCKET_BAD;
+  if (!transfer.connection_.isOpen()) {
+    transfer.wantsConnection_ = true;
+    return CURL_SOCKET_BAD;
+  }
+  transfer.sockets_->add(transfer.connection_.get());
+  return transfer.connection_.release();
 }
 
 int CurlTransfer::socketWasOpened(void*, curl_socket_t, curlsocktype) {
   return CURL_SOCKOPT_ALREADY_CONNECTED;
+}
+
+// A connection may outlive the request that it was opened for, so this must not depend on a transfer.
+int CurlTransfer::closeSocket(void* sockets, curl_socket_t socket) {
+  static_cast<OpenSockets*>(sockets)->close(socket);
+  return 0;
 }
 
 std::optional<CurlTransfer::TimePoint> CurlTransfer::deadline() const {
@@ -119,12 +135,16 @@ std::optional<CurlTransfer::TimePoint> CurlTransfer::deadline() const {
 }
 
 void CurlTransfer::touchIfSocketReceived() {
-  curl_socket_t socket = CURL_SOCKET_BAD;
-  if (curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &socket) != CURLE_OK) return;
-  if (socket == CURL_SOCKET_BAD) return;
+  const char* address = nullptr;
+  long port = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_IP, &address);
+  curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_PORT, &port);
+  if (address == nullptr || port == 0) return;
+  const auto socket = sockets_->find(address, static_cast<std::uint16_t>(port));
+  if (!socket) return;
   tcp_info info{};
   socklen_t size = sizeof(info);
-  if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return;
+  if (::getsockopt(*socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return;
   const auto received =
       std::chrono::steady_clock::now() - std::chrono::milliseconds(info.tcpi_last_data_recv);
   if (received > lastActivity_) lastActivity_ = received;
@@ -138,10 +158,14 @@ std::optional<FRXError> CurlTransfer::errorFor(CURLcode code) const {
       return clientError(HTTPClientErrorBodyTooLarge, "The body is too large");
     case Refusal::HeaderTooLarge:
       return clientError(HTTPClientErrorHeaderTooLarge, "The headers are too large");
+    case Refusal::Malformed:
+      return clientError(CURLE_WEIRD_SERVER_REPLY, "The answer is malformed");
     case Refusal::None:
       break;
   }
-  if (code == CURLE_OK) return std::nullopt;
+  if (code == CURLE_OK && headersComplete_) return std::nullopt;
+  // The library takes headers that the connection's end cut off for a whole answer.
+  if (code == CURLE_OK) return clientError(CURLE_PARTIAL_FILE, "The answer ended within its headers");
   const std::string_view detail(errorText_.data());
   return clientError(static_cast<int>(code),
                      detail.empty() ? std::string(curl_easy_strerror(code)) : std::string(detail));
@@ -190,10 +214,27 @@ bool CurlTransfer::headersAreComplete() {
   long status = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
   if (status >= 100 && status < 200 && status != 101) return true;
+  if (!hasUsableLength()) {
+    refusal_ = Refusal::Malformed;
+    return false;
+  }
   headersComplete_ = true;
   response_.status = static_cast<int>(status);
   if (!callbacks_.onResponse) return true;
   return allows([this] { return callbacks_.onResponse(response_); });
+}
+
+// A length that is no number, or two that differ, leave open where the answer ends (RFC 9112 section 6.3);
+// the library would read on until the connection does.
+bool CurlTransfer::hasUsableLength() const {
+  const std::string* const length = response_.header("Content-Length");
+  if (length == nullptr) return true;
+  std::uint64_t number = 0;
+  const auto [end, code] = std::from_chars(length->data(), length->data() + length->size(), number);
+  if (code != std::errc{} || end != length->data() + length->size()) return false;
+  return std::none_of(response_.headers.begin(), response_.headers.end(), [length](const auto& header) {
+    return strcasecmp(header.first.c_str(), "Content-Length") == 0 && header.second != *length;
+  });
 }
 
 bool CurlTransfer::handleBody(std::string_view data) {

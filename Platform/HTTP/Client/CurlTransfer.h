@@ -14,6 +14,7 @@
 #include "Platform/Base/FRXError.h"
 #include "Platform/HTTP/Client/HTTPClient.h"
 #include "Platform/HTTP/Client/HTTPClientTarget.h"
+#include "Platform/HTTP/Client/OpenSockets.h"
 #include "Platform/Net/FileDescriptor.h"
 
 namespace ferrox {
@@ -38,8 +39,8 @@ class CurlTransfer {
   CurlTransfer(const CurlTransfer&) = delete;
   CurlTransfer& operator=(const CurlTransfer&) = delete;
 
-  /// Makes the handle; an error when the system is out of memory.
-  std::optional<FRXError> prepare();
+  /// Makes the handle; an error when the system is out of memory. `sockets` must outlive the connections.
+  std::optional<FRXError> prepare(OpenSockets& sockets);
   CURL* easy() const { return easy_.get(); }
   const HTTPClientTarget& target() const { return target_; }
   std::optional<std::chrono::milliseconds> inactivityTimeout() const { return request_.inactivityTimeout; }
@@ -63,10 +64,11 @@ class CurlTransfer {
   HTTPClientCallbacks takeCallbacks() { return std::move(callbacks_); }
 
  private:
-  enum class Refusal { None, Cancelled, BodyTooLarge, HeaderTooLarge };
+  enum class Refusal { None, Cancelled, BodyTooLarge, HeaderTooLarge, Malformed };
 
   static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
   static int socketWasOpened(void* self, curl_socket_t socket, curlsocktype purpose);
+  static int closeSocket(void* sockets, curl_socket_t socket);
   static std::size_t headerArrived(char* data, std::size_t size, std::size_t count, void* self);
   static std::size_t bodyArrived(char* data, std::size_t size, std::size_t count, void* self);
 
@@ -75,6 +77,7 @@ class CurlTransfer {
   bool setHeaders();
   bool handleHeaderLine(std::string_view line);
   bool headersAreComplete();
+  bool hasUsableLength() const;
   bool handleBody(std::string_view data);
   template <typename Callback>
   bool allows(const Callback& callback);
@@ -89,6 +92,7 @@ class CurlTransfer {
   std::unique_ptr<CURL, CurlEasyDeleter> easy_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
 
+  OpenSockets* sockets_ = nullptr;
   FileDescriptor connection_;
   bool wantsConnection_ = false;
   bool headersComplete_ = false;

@@ -21,7 +21,7 @@ class HostNameResolver;
 struct HTTPClientRequest {
   std::string url;
   std::string method = "GET";
-  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<std::pair<std::string, std::string>> headers = {};
   /// The request fails when this long passes without a byte in either direction, connecting included.
   /// Absent: no limit. A transfer that makes progress is never cut.
   std::optional<std::chrono::milliseconds> inactivityTimeout = std::chrono::seconds(60);
@@ -65,13 +65,13 @@ inline constexpr std::size_t HTTPClientMaxTransfersPerHost = 32;
 
 struct HTTPClientCallbacks {
   /// Status and headers, before any byte of the body. Returning false cancels. Optional.
-  std::function<bool(const HTTPClientResponse&)> onResponse;
+  std::function<bool(const HTTPClientResponse&)> onResponse = nullptr;
   /// A piece of the body, valid during the call; the body is then not collected. Called on the transfer
   /// thread and so must not block for long. Returning false cancels. Optional.
-  std::function<bool(std::string_view)> onData;
+  std::function<bool(std::string_view)> onData = nullptr;
   /// Exactly once, never inside the call that began the request, on a callback thread that may be blocked
   /// without stalling any transfer. Either an error or a response.
-  std::function<void(std::optional<FRXError>, HTTPClientResponse)> onCompletion;
+  std::function<void(std::optional<FRXError>, HTTPClientResponse)> onCompletion = nullptr;
 };
 
 /// Thread: any

@@ -25,6 +25,12 @@ std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0)
   return result;
 }
 
+// The library forgives one slash and three, and takes the path's first segment for the host.
+bool hasTwoSlashes(std::string_view url) {
+  const auto rest = url.substr(url.find(':') + 1);
+  return rest.starts_with("//") && !rest.starts_with("///");
+}
+
 std::optional<std::string> hostOf(CURLU* url) {
   auto host = part(url, CURLUPART_HOST);
   if (!host || !host->starts_with('[')) return host;
@@ -70,6 +76,7 @@ std::optional<HTTPClientTarget> targetOfURL(const std::string& url, FRXError* er
       curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_DISALLOW_USER | CURLU_PATH_AS_IS);
   if (code != CURLUE_OK) return bad(curl_url_strerror(code));
   if (part(handle.get(), CURLUPART_SCHEME) != "http") return bad("Only http URLs can be requested");
+  if (!hasTwoSlashes(url)) return bad("The URL names no host");
   const auto host = hostOf(handle.get());
   if (!host || !isUsableHostName(*host)) return bad("The URL names no usable host");
   const auto port = portOf(handle.get());
