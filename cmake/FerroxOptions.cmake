@@ -28,6 +28,10 @@ target_compile_options(ferrox_flags INTERFACE -Wall -Wextra -Wpedantic -Wconvers
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(ferrox_flags INTERFACE -Wthread-safety)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 sees overlapping copies in "literal" + std::string when it optimises (GCC bug 105329).
+  target_compile_options(ferrox_flags INTERFACE -Wno-restrict)
+endif()
 if(FERROX_WARNINGS_AS_ERRORS)
   target_compile_options(ferrox_flags INTERFACE -Werror)
 endif()
