@@ -36,6 +36,10 @@ bool guarded(const Call& call) {
   return false;
 }
 
+bool isDeferred(const HTTPResponse* response) {
+  return response != nullptr && typeid(*response) == typeid(HTTPDeferredResponse);
+}
+
 }  // namespace
 
 class ClientConnection::Request final : public HTTPRequest {
@@ -180,7 +184,7 @@ void ClientConnection::answer() {
   std::shared_ptr<HTTPResponse> response;
   if (!guarded([&] { response = handler_->httpResponseForMethod(head.method, head.uri); }))
     return refuse(500);
-  if (response && typeid(*response) == typeid(HTTPDeferredResponse)) return prepare(std::move(response));
+  if (isDeferred(response.get())) return prepare(std::move(response));
   respond(std::move(response));
 }
 
