@@ -50,13 +50,14 @@ class Operation : public std::enable_shared_from_this<Operation> {
   /// Must not call the queue.
   virtual bool isEqual(const Operation& other) const { return this == &other; }
 
+  /// Tells `observer` of every change of a flag from now on. Held weakly. Thread: any
+  void addObserver(const std::shared_ptr<OperationObserver>& observer);
+
  protected:
   void willChangeValueForKey(std::string_view key);
   void didChangeValueForKey(std::string_view key);
 
  private:
-  friend class OperationQueue;
-  void addObserver(const std::shared_ptr<OperationObserver>& observer);
   std::vector<std::shared_ptr<OperationObserver>> observers() const;
 
   std::atomic<bool> cancelled_{false};
