@@ -63,8 +63,8 @@ TEST(Text, CutsByBytesOnlyBetweenCharacters) {
   const std::string text = "a\u00e9\u20ac\U0001f600";
   EXPECT_EQ(prefixOfBytes(text, 100), text);
   EXPECT_EQ(prefixOfBytes(text, 10), text);
-  for (const std::size_t bytes : {9, 8, 7, 6}) EXPECT_EQ(prefixOfBytes(text, bytes), "a\u00e9\u20ac");
-  for (const std::size_t bytes : {5, 4, 3}) EXPECT_EQ(prefixOfBytes(text, bytes), "a\u00e9");
+  for (const std::size_t bytes : {9U, 8U, 7U, 6U}) EXPECT_EQ(prefixOfBytes(text, bytes), "a\u00e9\u20ac");
+  for (const std::size_t bytes : {5U, 4U, 3U}) EXPECT_EQ(prefixOfBytes(text, bytes), "a\u00e9");
   EXPECT_EQ(prefixOfBytes(text, 2), "a");
   EXPECT_EQ(prefixOfBytes(text, 0), "");
   EXPECT_EQ(prefixOfBytes("\x80\x80\x80\x80\x80\x80", 5).size(), 5U) << "no characters to keep whole";
