@@ -41,6 +41,12 @@ void Operation::addObserver(const std::shared_ptr<OperationObserver>& observer) 
   if (std::none_of(observers_.begin(), observers_.end(), same)) observers_.push_back(observer);
 }
 
+void Operation::releaseDependencies() {
+  std::vector<std::shared_ptr<Operation>> released;
+  const MutexLock lock(mutex_);
+  released.swap(dependencies_);
+}
+
 std::vector<std::shared_ptr<OperationObserver>> Operation::observers() const {
   std::vector<std::shared_ptr<OperationObserver>> result;
   const MutexLock lock(mutex_);

@@ -43,6 +43,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
   bool isCancelled() const;
 
   /// This operation starts only after `other` is finished. To be called before it is queued.
+  /// Its queue lets go of its dependencies once it is finished, so that chains do not keep each other alive.
   void addDependency(std::shared_ptr<Operation> other);
   std::vector<std::shared_ptr<Operation>> dependencies() const;
 
@@ -59,6 +60,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
 
  private:
   std::vector<std::shared_ptr<OperationObserver>> observers() const;
+  void releaseDependencies();
 
   std::atomic<bool> cancelled_{false};
   mutable Mutex mutex_;

@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdint>
 #include <exception>
+#include <iterator>
 #include <list>
+#include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 #include "Platform/Base/Mutex.h"
@@ -13,7 +17,8 @@
 namespace ferrox {
 
 /// An operation occupies a slot from the moment its start is posted until it is finished, whether or not it
-/// ever says that it executes.
+/// ever says that it executes. What waits for dependencies is filed under them, so that a queue of thousands
+/// is not searched at every end.
 struct OperationQueue::Impl : OperationObserver, std::enable_shared_from_this<OperationQueue::Impl> {
   explicit Impl(BackgroundQueue& queue) : background(queue) {}
 
@@ -21,20 +26,34 @@ struct OperationQueue::Impl : OperationObserver, std::enable_shared_from_this<Op
   void operationDidChangeValue(Operation& operation, std::string_view key) override;
 
   bool add(const std::shared_ptr<Operation>& operation, bool unlessPresent) FRX_EXCLUDES(mutex);
+  void awaitDependencies(const Operation& operation) FRX_EXCLUDES(mutex);
   void startReady() FRX_EXCLUDES(mutex);
   void run(const std::shared_ptr<Operation>& operation);
   void remove(const Operation& operation) FRX_EXCLUDES(mutex);
-  static bool isReady(const Operation& operation);
 
+  enum class State { Waiting, Ready, Started };
   struct Item {
     std::shared_ptr<Operation> operation;
-    bool started = false;
+    std::uint64_t sequence = 0;
+    State state = State::Waiting;
+    std::size_t unfinishedDependencies = 0;
   };
+  using Items = std::list<Item>;
+
+  bool enlist(const std::shared_ptr<Operation>& operation, bool unlessPresent) FRX_EXCLUDES(mutex);
+  Item* find(const Operation& operation) FRX_REQUIRES(mutex);
+  void makeReady(Item& item) FRX_REQUIRES(mutex);
+  void releaseWaiters(const Operation& finished) FRX_REQUIRES(mutex);
 
   BackgroundQueue& background;
   Mutex mutex;
   std::condition_variable_any changed;
-  std::list<Item> items FRX_GUARDED_BY(mutex);
+  Items items FRX_GUARDED_BY(mutex);
+  std::unordered_map<const Operation*, Items::iterator> index FRX_GUARDED_BY(mutex);
+  std::map<std::uint64_t, Item*> ready FRX_GUARDED_BY(mutex);
+  // From a dependency to the operations here that wait for it.
+  std::unordered_multimap<const Operation*, const Operation*> waiters FRX_GUARDED_BY(mutex);
+  std::uint64_t nextSequence FRX_GUARDED_BY(mutex) = 0;
   int running FRX_GUARDED_BY(mutex) = 0;
   int maximum FRX_GUARDED_BY(mutex) = defaultMaxConcurrentOperationCount;
   // Set while there are operations: they outlive the queue's owner, and somebody has to start them.
@@ -44,44 +63,68 @@ struct OperationQueue::Impl : OperationObserver, std::enable_shared_from_this<Op
 void OperationQueue::Impl::operationDidChangeValue(Operation& operation, std::string_view key) {
   if (key == "isFinished" && operation.isFinished()) {
     remove(operation);
-  } else if (key != "isCancelled") {
+  } else if (key == "isCancelled") {
+    const MutexLock lock(mutex);
+    if (Item* item = find(operation)) makeReady(*item);
+  } else {
     return;
   }
   startReady();
 }
 
 bool OperationQueue::Impl::add(const std::shared_ptr<Operation>& operation, bool unlessPresent) {
+  if (!enlist(operation, unlessPresent)) return false;
   // Observed before anything is asked, so that no end is missed in between.
   const std::shared_ptr<Impl> me = shared_from_this();
-  {
-    const MutexLock lock(mutex);
-    const auto isSame = [&](const Item& item) {
-      return item.operation == operation || (unlessPresent && item.operation->isEqual(*operation));
-    };
-    if (std::any_of(items.begin(), items.end(), isSame)) return false;
-    items.push_back({operation});
-    self = me;
-  }
   operation->addObserver(me);
   for (const auto& dependency : operation->dependencies()) dependency->addObserver(me);
+  awaitDependencies(*operation);
   if (operation->isFinished()) remove(*operation);
   startReady();
   return true;
 }
 
-bool OperationQueue::Impl::isReady(const Operation& operation) {
-  if (operation.isCancelled()) return true;
+bool OperationQueue::Impl::enlist(const std::shared_ptr<Operation>& operation, bool unlessPresent) {
+  const MutexLock lock(mutex);
+  if (index.contains(operation.get())) return false;
+  const auto isSame = [&](const Item& item) { return item.operation->isEqual(*operation); };
+  if (unlessPresent && std::any_of(items.begin(), items.end(), isSame)) return false;
+  items.push_back({operation, nextSequence++});
+  index.emplace(operation.get(), std::prev(items.end()));
+  self = shared_from_this();
+  return true;
+}
+
+void OperationQueue::Impl::awaitDependencies(const Operation& operation) {
   const auto dependencies = operation.dependencies();
-  return std::all_of(dependencies.begin(), dependencies.end(),
-                     [](const auto& dependency) { return dependency->isFinished(); });
+  const MutexLock lock(mutex);
+  Item* item = find(operation);
+  if (item == nullptr) return;
+  for (const auto& dependency : dependencies) {
+    if (dependency->isFinished()) continue;
+    waiters.emplace(dependency.get(), &operation);
+    ++item->unfinishedDependencies;
+  }
+  if (item->unfinishedDependencies == 0 || operation.isCancelled()) makeReady(*item);
+}
+
+OperationQueue::Impl::Item* OperationQueue::Impl::find(const Operation& operation) {
+  const auto found = index.find(&operation);
+  return found == index.end() ? nullptr : &*found->second;
+}
+
+void OperationQueue::Impl::makeReady(Item& item) {
+  if (item.state != State::Waiting) return;
+  item.state = State::Ready;
+  ready.emplace(item.sequence, &item);
 }
 
 void OperationQueue::Impl::startReady() {
   const MutexLock lock(mutex);
-  for (Item& item : items) {
-    if (maximum >= 0 && running >= maximum) return;
-    if (item.started || !isReady(*item.operation)) continue;
-    item.started = true;
+  while (!ready.empty() && (maximum < 0 || running < maximum)) {
+    Item& item = *ready.begin()->second;
+    ready.erase(ready.begin());
+    item.state = State::Started;
     ++running;
     // Posted under the lock, so that operations start in the order of adding.
     background.post([me = shared_from_this(), operation = item.operation] { me->run(operation); });
@@ -105,19 +148,36 @@ void OperationQueue::Impl::run(const std::shared_ptr<Operation>& operation) {
 }
 
 void OperationQueue::Impl::remove(const Operation& operation) {
+  // Both may be the last reference, and go when the lock is gone.
   std::shared_ptr<Operation> removed;
   std::shared_ptr<Impl> released;
   {
     const MutexLock lock(mutex);
-    const auto found = std::find_if(items.begin(), items.end(),
-                                    [&](const Item& item) { return item.operation.get() == &operation; });
-    if (found == items.end()) return;
-    if (found->started) --running;
-    removed = std::move(found->operation);
-    items.erase(found);
+    releaseWaiters(operation);
+    const auto found = index.find(&operation);
+    if (found == index.end()) return;
+    Item& item = *found->second;
+    if (item.state == State::Started) --running;
+    if (item.state == State::Ready) ready.erase(item.sequence);
+    if (item.unfinishedDependencies > 0) {
+      std::erase_if(waiters, [&](const auto& waiter) { return waiter.second == &operation; });
+    }
+    removed = std::move(item.operation);
+    items.erase(found->second);
+    index.erase(found);
     if (items.empty()) released.swap(self);
     changed.notify_all();
   }
+  removed->releaseDependencies();
+}
+
+void OperationQueue::Impl::releaseWaiters(const Operation& finished) {
+  const auto [first, last] = waiters.equal_range(&finished);
+  for (auto waiter = first; waiter != last; ++waiter) {
+    Item* item = find(*waiter->second);
+    if (item != nullptr && --item->unfinishedDependencies == 0) makeReady(*item);
+  }
+  waiters.erase(first, last);
 }
 
 OperationQueue::OperationQueue(BackgroundQueue& background) : impl_(std::make_shared<Impl>(background)) {}

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <stdexcept>
@@ -225,6 +226,74 @@ TEST_F(OperationQueueTest, ACancelledOperationDoesNotWaitForItsDependencies) {
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_EQ(last->starts, 1);
   EXPECT_EQ(first->starts, 0);
+}
+
+TEST_F(OperationQueueTest, ADependencyMayBeNamedTwice) {
+  const auto first = make();
+  const auto last = make();
+  last->addDependency(first);
+  last->addDependency(first);
+  queue.addOperation(last);
+  queue.addOperation(first);
+  ASSERT_TRUE(starts(*first));
+  EXPECT_EQ(last->starts, 0);
+  first->finish();
+  EXPECT_TRUE(starts(*last));
+  last->finish();
+}
+
+TEST_F(OperationQueueTest, ADependencyWhoseStartThrowsHoldsNobody) {
+  const test::LogRecording log;
+  const auto bad = make();
+  bad->onStart = [] { throw 1; };
+  const auto last = makeQuick();
+  last->addDependency(bad);
+  queue.addOperation(last);
+  queue.addOperation(bad);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(last->starts, 1);
+}
+
+TEST_F(OperationQueueTest, ADependencyMayEndAfterTheOneThatWaitedWasCancelled) {
+  const auto first = make();
+  auto last = make();
+  last->addDependency(first);
+  queue.addOperation(first);
+  queue.addOperation(last);
+  last->cancel();
+  ASSERT_TRUE(test::waitFor([&] { return queue.operationCount() == 1; }));
+  last.reset();
+  first->finish();
+  queue.waitUntilAllOperationsAreFinished();
+}
+
+TEST_F(OperationQueueTest, LetsGoOfDependenciesOnceFinished) {
+  auto first = makeQuick();
+  const std::weak_ptr<Operation> held = first;
+  const auto last = makeQuick();
+  last->addDependency(first);
+  queue.addOperation(first);
+  queue.addOperation(last);
+  first.reset();
+  queue.waitUntilAllOperationsAreFinished();
+  settle();
+  EXPECT_TRUE(held.expired());
+  EXPECT_TRUE(last->dependencies().empty());
+}
+
+TEST_F(OperationQueueTest, RunsLongChainsAddedInReverse) {
+  std::vector<std::shared_ptr<TestOperation>> chain;
+  std::vector<int> order;
+  for (int i = 0; i < 3000; ++i) {
+    chain.push_back(makeQuick());
+    chain.back()->onStart = [&order, i] { order.push_back(i); };
+    if (i > 0) chain.back()->addDependency(chain[static_cast<std::size_t>(i) - 1]);
+  }
+  for (auto operation = chain.rbegin(); operation != chain.rend(); ++operation)
+    queue.addOperation(*operation);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(order.size(), chain.size());
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
 TEST_F(OperationQueueTest, CancellingAllReachesEveryOperation) {
