@@ -59,6 +59,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
   void didChangeValueForKey(std::string_view key);
 
  private:
+  friend class OperationQueue;
   std::vector<std::shared_ptr<OperationObserver>> observers() const;
   void releaseDependencies();
 
