@@ -93,7 +93,10 @@ void appendDouble(std::string& out, double number) {
   if (text.find_first_of(".e") == std::string_view::npos) out += ".0";
 }
 
-bool append(std::string& out, const FRXValue& value);
+// A value deeper than this is refused: the writer calls itself for every level.
+constexpr unsigned maximumDepth = 512;
+
+bool append(std::string& out, const FRXValue& value, unsigned depth);
 
 bool appendText(std::string& out, std::string_view text) {
   if (!isUtf8(text)) return false;
@@ -101,19 +104,19 @@ bool appendText(std::string& out, std::string_view text) {
   return true;
 }
 
-bool appendArray(std::string& out, const FRXArray& array) {
+bool appendArray(std::string& out, const FRXArray& array, unsigned depth) {
   out += '[';
   bool first = true;
   for (const FRXValue& item : array) {
     if (!first) out += ',';
     first = false;
-    if (!append(out, item)) return false;
+    if (!append(out, item, depth)) return false;
   }
   out += ']';
   return true;
 }
 
-bool appendObject(std::string& out, const FRXDictionary& object) {
+bool appendObject(std::string& out, const FRXDictionary& object, unsigned depth) {
   out += '{';
   bool first = true;
   for (const auto& [key, item] : object) {
@@ -121,13 +124,13 @@ bool appendObject(std::string& out, const FRXDictionary& object) {
     first = false;
     if (!appendText(out, key)) return false;
     out += ':';
-    if (!append(out, item)) return false;
+    if (!append(out, item, depth)) return false;
   }
   out += '}';
   return true;
 }
 
-bool append(std::string& out, const FRXValue& value) {
+bool append(std::string& out, const FRXValue& value, unsigned depth) {
   if (value.isNull()) {
     out += "null";
   } else if (const bool* boolean = value.asBool()) {
@@ -140,9 +143,9 @@ bool append(std::string& out, const FRXValue& value) {
   } else if (const std::string* text = value.asText()) {
     return appendText(out, *text);
   } else if (const FRXArray* array = value.asArray()) {
-    return appendArray(out, *array);
+    return depth < maximumDepth && appendArray(out, *array, depth + 1);
   } else if (const FRXDictionary* object = value.asObject()) {
-    return appendObject(out, *object);
+    return depth < maximumDepth && appendObject(out, *object, depth + 1);
   } else {
     return false;  // a date
   }
@@ -162,7 +165,7 @@ std::optional<FRXValue> parseJson(std::string_view text, FRXError* error, const 
 
 std::optional<std::string> writeJson(const FRXValue& value) {
   std::string out;
-  if (!append(out, value)) return std::nullopt;
+  if (!append(out, value, 0)) return std::nullopt;
   return out;
 }
 

@@ -24,7 +24,7 @@ struct JsonLimits {
                                                 const JsonLimits& limits = {});
 
 /// Compact JSON text of a value. Nothing when the value holds what JSON cannot carry: a date, a number that
-/// is not finite, or text that is not UTF-8.
+/// is not finite, or text that is not UTF-8; and when it is nested more than 512 levels deep.
 /// Thread: any
 [[nodiscard]] std::optional<std::string> writeJson(const FRXValue& value);
 

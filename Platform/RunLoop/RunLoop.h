@@ -18,6 +18,7 @@ class RunLoop {
  public:
   using Task = std::function<void()>;
 
+  /// Throws `std::system_error` when the process has no descriptors left.
   explicit RunLoop(const Clock& clock = Clock::system());
   ~RunLoop();
   RunLoop(const RunLoop&) = delete;

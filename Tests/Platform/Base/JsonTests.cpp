@@ -152,6 +152,13 @@ TEST(Json, RefusesToWriteWhatJsonCannotCarry) {
   EXPECT_FALSE(writeJson(FRXDictionary{{"\xc3", 1}}));
 }
 
+TEST(Json, WritesUpToItsDepthAndNotBeyond) {
+  FRXValue value;
+  for (int i = 0; i < 512; ++i) value = FRXArray{std::move(value)};
+  EXPECT_TRUE(writeJson(value));
+  EXPECT_FALSE(writeJson(FRXDictionary{{"a", value}}));
+}
+
 TEST(FRXValue, HoldsIntegersOfAnyType) {
   EXPECT_EQ(*FRXValue(7U).asInteger(), 7);
   EXPECT_EQ(*FRXValue(std::int8_t{-7}).asInteger(), -7);

@@ -316,13 +316,16 @@ TEST_F(OperationQueueTest, AddsAnEqualOperationOnlyOnce) {
   const auto second = make("same");
   EXPECT_TRUE(queue.addOperationUnlessPresent(first));
   EXPECT_FALSE(queue.addOperationUnlessPresent(second));
-  EXPECT_TRUE(queue.addOperationUnlessPresent(make("other")));
+  const auto other = make("other");
+  EXPECT_TRUE(queue.addOperationUnlessPresent(other));
   ASSERT_TRUE(starts(*first));
   EXPECT_FALSE(queue.addOperationUnlessPresent(second)) << "executing counts as present";
   first->finish();
   EXPECT_TRUE(queue.addOperationUnlessPresent(second));
   EXPECT_FALSE(queue.addOperationUnlessPresent(nullptr));
   ASSERT_TRUE(starts(*second));
+  ASSERT_TRUE(starts(*other));
+  other->finish();
   second->finish();
 }
 
