@@ -45,6 +45,16 @@ RawSocket::RawSocket(RawSocket&& other) noexcept
       ended_(other.ended_),
       deadline_(other.deadline_) {}
 
+RawSocket& RawSocket::operator=(RawSocket&& other) noexcept {
+  if (this == &other) return *this;
+  close();
+  descriptor_ = std::exchange(other.descriptor_, -1);
+  buffer_ = std::move(other.buffer_);
+  ended_ = other.ended_;
+  deadline_ = other.deadline_;
+  return *this;
+}
+
 void RawSocket::close() {
   if (descriptor_ >= 0) ::close(descriptor_);
   descriptor_ = -1;

@@ -31,7 +31,7 @@ class RawSocket {
   explicit RawSocket(std::uint16_t port, bool ipv6 = false, int receiveBuffer = 0);
   ~RawSocket();
   RawSocket(RawSocket&& other) noexcept;
-  RawSocket& operator=(RawSocket&&) = delete;
+  RawSocket& operator=(RawSocket&& other) noexcept;
 
   bool isOpen() const { return descriptor_ >= 0; }
   int descriptor() const { return descriptor_; }

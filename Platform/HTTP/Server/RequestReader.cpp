@@ -26,6 +26,7 @@ class Events final : public http::basic_parser<true> {
   explicit Events(RequestHead& head) : head_(head) { eager(true); }
 
   const RequestReader::BodySink* sink = nullptr;
+  std::size_t bodyBytes = 0;
 
  private:
   void on_request_impl(http::verb, BeastView method, BeastView target, int version, error_code&) override {
@@ -40,16 +41,15 @@ class Events final : public http::basic_parser<true> {
   }
   void on_header_impl(error_code&) override {}
   void on_body_init_impl(const boost::optional<std::uint64_t>&, error_code&) override {}
-  std::size_t on_body_impl(BeastView body, error_code&) override {
-    if (sink != nullptr && *sink) (*sink)(view(body));
-    return body.size();
-  }
+  std::size_t on_body_impl(BeastView body, error_code&) override { return take(body); }
   void on_chunk_header_impl(std::uint64_t, BeastView, error_code&) override {}
-  std::size_t on_chunk_body_impl(std::uint64_t, BeastView body, error_code&) override {
+  std::size_t on_chunk_body_impl(std::uint64_t, BeastView body, error_code&) override { return take(body); }
+  void on_finish_impl(error_code&) override {}
+  std::size_t take(BeastView body) {
+    bodyBytes += body.size();
     if (sink != nullptr && *sink) (*sink)(view(body));
     return body.size();
   }
-  void on_finish_impl(error_code&) override {}
 
   RequestHead& head_;
 };
@@ -163,18 +163,21 @@ void RequestReader::keepHead(std::string_view bytes) {
 RequestReader::State RequestReader::readBody(const BodySink& sink) {
   Events& events = *parser_->events;
   events.sink = &sink;
+  // One element at a time: a chunk's line, a piece of body, the trailers.
+  events.eager(false);
   while (begin_ != end_ && !events.is_done()) {
     error_code failure;
+    events.bodyBytes = 0;
     const std::size_t used = events.put({buffer_.data() + begin_, end_ - begin_}, failure);
     begin_ += used;
-    if (failure == http::error::body_limit) return refuse(413);
-    if (failure && failure != http::error::need_more) return refuse(400);
     if (failure == http::error::need_more) break;
+    if (failure) return refuse(failure == http::error::body_limit ? 413 : 400);
+    // Lines and trailers are held to the same size whether they come in one piece or in many.
+    if (used - events.bodyBytes > limits_.headerBlock) return refuse(400);
   }
   events.sink = nullptr;
   requestDone_ = events.is_done();
   if (requestDone_) return State::Complete;
-  // A chunk header or trailer that fits no sensible buffer.
   return end_ - begin_ > limits_.headerBlock ? refuse(400) : State::NeedMore;
 }
 
