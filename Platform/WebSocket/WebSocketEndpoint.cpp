@@ -56,6 +56,9 @@ struct WebSocketEndpoint::Framing {
                           void* self) {
     auto& framing = *static_cast<Framing*>(self);
     framing.controlFrame = wslay_is_ctrl_frame(frame->opcode) != 0;
+    // The library takes half a close code for none.
+    const bool halfCode = frame->opcode == WSLAY_CONNECTION_CLOSE && frame->payload_length == 1;
+    if (halfCode) return framing.endpoint.fail(WSLAY_CODE_PROTOCOL_ERROR);
     if (framing.controlFrame) return;
     if (frame->opcode == WSLAY_BINARY_FRAME) return framing.endpoint.fail(WSLAY_CODE_UNSUPPORTED_DATA);
     if (frame->payload_length > framing.limit - framing.endpoint.message_.size()) {
@@ -149,8 +152,15 @@ void WebSocketEndpoint::didReceive(std::size_t bytes) {
 
 void WebSocketEndpoint::consume(std::string_view bytes) {
   framing_->input = bytes;
-  if (wslay_event_recv(framing_->context) != 0) framing_->failed = true;
+  const bool sound = wslay_event_recv(framing_->context) == 0;
   framing_->input = {};
+  if (sound) return;
+  // The library has queued a close frame without a code; ours, which says what was wrong, takes its place.
+  framing_->failed = true;
+  wslay_event_shutdown_write(framing_->context);
+  output_.append({'\x88', 2, static_cast<char>(WSLAY_CODE_PROTOCOL_ERROR >> 8),
+                  static_cast<char>(WSLAY_CODE_PROTOCOL_ERROR & 0xFF)});
+  if (phase_ == Phase::Open) enter(Phase::Closing);
 }
 
 void WebSocketEndpoint::fail(std::uint16_t code) {

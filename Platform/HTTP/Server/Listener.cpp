@@ -116,6 +116,7 @@ void Listener::acceptAll() {
     const int descriptor =
         ::accept4(descriptor_, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor >= 0) {
+      resting_ = false;
       accepted_(descriptor, peer);
       continue;
     }
@@ -128,7 +129,9 @@ void Listener::acceptAll() {
 
 void Listener::rest() {
   // The newcomers stay in the backlog. Asking for them again at once would only burn the processor.
-  FRX_LOG_WARN("Out of descriptors: accepting pauses for " + std::to_string(restTime.count()) + " ms");
+  if (!resting_)
+    FRX_LOG_WARN("Out of descriptors: accepting pauses for " + std::to_string(restTime.count()) + " ms");
+  resting_ = true;
   impl_->restTimer.expires_after(restTime);
   impl_->restTimer.async_wait([this](const error_code& failure) {
     if (!failure) acceptAll();

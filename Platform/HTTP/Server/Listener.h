@@ -43,6 +43,8 @@ class Listener {
   Accepted accepted_;
   int descriptor_ = -1;
   std::uint16_t port_ = 0;
+  /// Since descriptors ran out; said once, not at every attempt.
+  bool resting_ = false;
 };
 
 }  // namespace ferrox

@@ -20,13 +20,16 @@ struct ServicePublisher::State {
   /// Tells the callbacks of the current publication from those of an earlier one.
   std::uint64_t generation = 0;
 
+  /// Under which the current publication is believed to be visible.
+  std::string visibleName;
+
   void didPublish(std::uint64_t of, const std::string& asked, const std::string& finalName) {
     {
       std::lock_guard lock(mutex);
-      if (of != generation || name == finalName) return;
-      // The host may have chosen another name meanwhile, to be published next.
-      if (fitted(name) != asked && name != asked) return;
-      name = finalName;
+      if (of != generation || visibleName == finalName) return;
+      // The host may have chosen another name meanwhile, to be published next: that one stays.
+      if (name == visibleName) name = finalName;
+      visibleName = finalName;
     }
     FRX_LOG_WARN("The service name \"" + asked + "\" is taken; published as \"" + finalName + "\"");
   }
@@ -88,6 +91,10 @@ PublicationRequest ServicePublisher::makeRequest(std::uint16_t port) {
     request.name = std::move(cut);
     std::lock_guard lock(state_->mutex);
     state_->name = request.name;
+  }
+  {
+    std::lock_guard lock(state_->mutex);
+    state_->visibleName = request.name;
   }
   request.port = port;
   request.onPublished = [state = state_, generation, asked = request.name](const std::string& finalName) {

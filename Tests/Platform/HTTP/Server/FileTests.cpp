@@ -206,14 +206,14 @@ TEST_F(FileTest, WhatIsNoRegularFileIsMissing) {
 
 /// Truncates the file while it is being sent, past what the socket buffers can hold.
 TEST_F(FileTest, ATruncatedFileEndsItsConnectionOnly) {
-  const std::size_t size = 64 << 20;
+  const std::size_t size = 32 << 20;
   const std::string file = folder.write("f", "");
   ASSERT_EQ(::truncate(file.c_str(), size), 0);
   serve("/file", file);
   start();
   for (const std::size_t rest : {std::size_t{0}, std::size_t{4096}, (size / 2) + 5, size - 1}) {
     ASSERT_EQ(::truncate(file.c_str(), size), 0);
-    RawSocket client(server.port(), false, 4096);
+    RawSocket client(server.port(), false, 65536);
     ASSERT_TRUE(client.send("GET /file HTTP/1.1\r\nHost: a\r\n\r\n"));
     ASSERT_EQ(client.read(100000).size(), 100000U);
     ASSERT_EQ(::truncate(file.c_str(), static_cast<off_t>(rest)), 0);
