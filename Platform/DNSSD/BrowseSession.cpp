@@ -4,6 +4,9 @@
 #include <chrono>
 #include <iterator>
 
+#include "Platform/DNSSD/DNSMessage.h"
+#include "Platform/DNSSD/NetworkQuery.h"
+
 namespace ferrox::dnssd {
 
 using namespace std::chrono_literals;
@@ -24,6 +27,8 @@ BrowseSession::BrowseSession(DiscoveryContext& context, std::string type, std::s
             return backEnd.browse(type_, domain_, std::move(handler));
           },
           [this] { reportSoon(); }) {}
+
+void BrowseSession::refresh() { queryNetwork(context_, type_ + "." + domain_, {recordTypePTR}); }
 
 void BrowseSession::close() {
   batch_.reset();

@@ -27,7 +27,7 @@ class BrowseSession final : public Session {
   void lookupsStarted() override { watch_.open(); }
   void lookupsStopped() override { watch_.suspend(); }
   void interfacesChanged() override { reportSoon(); }
-  void refresh() override { watch_.reopen(); }
+  void refresh() override;
   void close() override;
 
   const std::string& type() const { return type_; }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Platform/DNSSD/DNSMessage.h"
+#include "Platform/DNSSD/NetworkQuery.h"
 
 namespace ferrox::dnssd {
 
@@ -89,7 +90,7 @@ HostNameSession::HostNameSession(DiscoveryContext& context, std::string name, Pr
           },
           [this] { addressesChanged(); }),
       lastAsked_(std::chrono::steady_clock::now()),
-      lastOpened_(lastAsked_) {
+      lastQueried_(lastAsked_) {
   lookupsStarted();
 }
 
@@ -103,11 +104,11 @@ void HostNameSession::ask(std::chrono::milliseconds timeout, Completion completi
   waiting_.push_back({std::move(completion), nullptr});
   const auto entry = std::prev(waiting_.end());
   entry->deadline = context_.thread.after(timeout, [this, entry] { answer(entry); });
-  if (!known && lastAsked_ - lastOpened_ > patienceWithoutAnswer) refresh();
+  if (!known && lastAsked_ - lastQueried_ > patienceWithoutAnswer) refresh();
 }
 
 void HostNameSession::lookupsStarted() {
-  lastOpened_ = std::chrono::steady_clock::now();
+  lastQueried_ = std::chrono::steady_clock::now();
   ipv4_.open();
   ipv6_.open();
 }
@@ -118,9 +119,8 @@ void HostNameSession::lookupsStopped() {
 }
 
 void HostNameSession::refresh() {
-  lastOpened_ = std::chrono::steady_clock::now();
-  ipv4_.reopen();
-  ipv6_.reopen();
+  lastQueried_ = std::chrono::steady_clock::now();
+  queryNetwork(context_, name_, {recordTypeA, recordTypeAAAA});
 }
 
 void HostNameSession::close() {

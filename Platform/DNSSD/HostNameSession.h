@@ -57,7 +57,7 @@ class HostNameSession final : public Session {
   std::list<Waiting> waiting_;
   std::unique_ptr<Pending> grace_;
   std::chrono::steady_clock::time_point lastAsked_;
-  std::chrono::steady_clock::time_point lastOpened_;
+  std::chrono::steady_clock::time_point lastQueried_;
 };
 
 /// Address record data heard at `place`; nothing for addresses that no peer may announce there: wrong size,

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "Platform/DNSSD/DNSMessage.h"
-#include "Platform/DNSSD/MulticastSocket.h"
+#include "Platform/DNSSD/NetworkQuery.h"
 
 namespace ferrox::dnssd {
 
@@ -16,18 +16,6 @@ constexpr std::array<std::chrono::milliseconds, 5> delays = {1s, 3s, 10s, 30s, 6
 constexpr auto longestSearch = 60min;
 // The stacks drop a buried record a second later; before that it only seems to be there.
 constexpr auto burialTakes = 2s;
-
-std::string ptrQuery(const std::string& type, const std::string& domain) {
-  const auto name = dnsNameFromText(type + "." + domain);
-  if (!name) return {};
-  DNSMessage query;
-  query.questions.push_back({*name, recordTypePTR, recordClassIN});
-  return writeDNSMessage(query).value_or("");
-}
-
-void sendAt(const Place& place, const std::string& packet) {
-  if (const auto socket = MulticastSocket::open(place, MulticastSocket::Kind::Shared)) socket->send(packet);
-}
 
 }  // namespace
 
@@ -61,11 +49,7 @@ void Requery::ask() {
   timer_.reset();
   forgetReturned();
   if (lost_.empty()) return;
-  const std::string packet = ptrQuery(type_, domain_);
-  for (const NetworkInterface& interface : context_.interfaces.inUse) {
-    if (interface.hasIPv4) sendAt({interface.index, false}, packet);
-    if (interface.hasIPv6) sendAt({interface.index, true}, packet);
-  }
+  queryNetwork(context_, type_ + "." + domain_, {recordTypePTR});
   schedule();
 }
 

@@ -74,11 +74,6 @@ void ServiceSession::interfacesChanged() {
   if (watchingTXT_) reportTXT();
 }
 
-void ServiceSession::refresh() {
-  if (locating_) location_.reopen();
-  if (watchingTXT_) txt_.reopen();
-}
-
 void ServiceSession::close() {
   stopLocating();
   stopWatchingTXT();

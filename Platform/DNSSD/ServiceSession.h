@@ -41,7 +41,6 @@ class ServiceSession final : public Session {
   void lookupsStarted() override;
   void lookupsStopped() override;
   void interfacesChanged() override;
-  void refresh() override;
   void close() override;
 
   const ServiceIdentity& identity() const { return identity_; }

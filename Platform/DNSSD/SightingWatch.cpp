@@ -31,11 +31,6 @@ void SightingWatch::suspend() {
   sightings_.markAllStale();
 }
 
-void SightingWatch::reopen() {
-  suspend();
-  open();
-}
-
 void SightingWatch::close() {
   suspend();
   sightings_.clear();

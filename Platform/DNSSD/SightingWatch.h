@@ -22,8 +22,6 @@ class SightingWatch {
   void open();
   /// Ends the look-up and keeps the table.
   void suspend();
-  /// Ends the look-up and opens a new one, which asks the network again at once.
-  void reopen();
   /// Ends the look-up and forgets what it saw.
   void close();
 
