@@ -72,7 +72,9 @@ struct DNSSDConfiguration {
   BackEnd backEnd = BackEnd::Auto;
   /// Only these interfaces, when not empty.
   std::vector<std::string> allowedInterfaces;
-  /// Never these. Entries may end in "*".
+  /// Never these. Entries may end in "*". While this list is left as it is, an interface that carries a
+  /// default route or is allowed by name is used all the same. Loopback is used when no other interface is
+  /// up, or when it is allowed by name.
   std::vector<std::string> deniedInterfaces = {"docker*", "br-*", "veth*", "virbr*", "vmnet*", "vboxnet*"};
   /// The label published as NAME.local (embedded stack only); the machine's host name when absent.
   std::optional<std::string> hostName;
@@ -82,6 +84,8 @@ struct DNSSDConfiguration {
 /// the main loop, so that a hung daemon blocks nothing else.
 class DNSSD {
  public:
+  /// Ends the stack after it said goodbye for what was published. Pending look-ups are answered with nothing.
+  /// Waits for at most a few seconds, even for a system daemon that hangs.
   virtual ~DNSSD() = default;
 
   /// Thread: main
@@ -96,7 +100,8 @@ class DNSSD {
                               std::uint16_t recordType, std::uint16_t recordClass, std::string rdata) = 0;
 
   /// Addresses of a name under .local; an empty list when nobody answered within `timeout`. `completion`
-  /// runs once, on the discovery thread, never inside this call. Thread: any
+  /// runs once, on the discovery thread, never inside this call; a system daemon that hangs delays it beyond
+  /// `timeout`, by up to 25 s. Thread: any
   virtual void resolveHostName(const std::string& name, std::chrono::milliseconds timeout,
                                std::function<void(std::vector<SocketAddress>)> completion) = 0;
 

@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <boost/asio/io_context.hpp>
+#include <chrono>
+#include <functional>
+#include <vector>
+
+#include "Platform/DNSSD/AvahiPollAdapter.h"
+
+namespace ferrox::dnssd {
+namespace {
+
+using namespace std::chrono_literals;
+
+timeval fromNow(std::chrono::milliseconds delay) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  const auto microseconds =
+      now.tv_usec + std::chrono::duration_cast<std::chrono::microseconds>(delay).count();
+  auto seconds = now.tv_sec + microseconds / 1000000;
+  auto rest = microseconds % 1000000;
+  if (rest < 0) {
+    rest += 1000000;
+    --seconds;
+  }
+  return {seconds, rest};
+}
+
+class AvahiPollAdapterTest : public testing::Test {
+ protected:
+  AvahiPollAdapterTest() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair_), 0); }
+  ~AvahiPollAdapterTest() override {
+    for (const int fd : pair_) close(fd);
+  }
+
+  AvahiWatch* watch(AvahiWatchEvent events, std::function<void(AvahiWatch*, AvahiWatchEvent)> action) {
+    actions_.push_back(
+        std::make_unique<std::function<void(AvahiWatch*, AvahiWatchEvent)>>(std::move(action)));
+    return poll()->watch_new(
+        poll(), pair_[0], events,
+        [](AvahiWatch* watch, int, AvahiWatchEvent event, void* action) {
+          (*static_cast<std::function<void(AvahiWatch*, AvahiWatchEvent)>*>(action))(watch, event);
+        },
+        actions_.back().get());
+  }
+
+  AvahiTimeout* timeout(const timeval* when, std::function<void(AvahiTimeout*)> action) {
+    timeoutActions_.push_back(std::make_unique<std::function<void(AvahiTimeout*)>>(std::move(action)));
+    return poll()->timeout_new(
+        poll(), when,
+        [](AvahiTimeout* timeout, void* action) {
+          (*static_cast<std::function<void(AvahiTimeout*)>*>(action))(timeout);
+        },
+        timeoutActions_.back().get());
+  }
+
+  void send(const char* text) { EXPECT_GT(::send(pair_[1], text, 1, 0), 0); }
+  char receive() {
+    char byte = 0;
+    return recv(pair_[0], &byte, 1, 0) == 1 ? byte : '\0';
+  }
+  void runFor(std::chrono::milliseconds time) {
+    context_.restart();
+    context_.run_for(time);
+  }
+  const AvahiPoll* poll() { return adapter_.poll(); }
+
+  int pair_[2] = {-1, -1};
+  boost::asio::io_context context_;
+  AvahiPollAdapter adapter_{context_};
+  std::vector<std::unique_ptr<std::function<void(AvahiWatch*, AvahiWatchEvent)>>> actions_;
+  std::vector<std::unique_ptr<std::function<void(AvahiTimeout*)>>> timeoutActions_;
+};
+
+TEST_F(AvahiPollAdapterTest, AWatchIsCalledForEachArrival) {
+  std::string received;
+  AvahiWatch* made = watch(AVAHI_WATCH_IN, [&](AvahiWatch* self, AvahiWatchEvent event) {
+    EXPECT_EQ(event & AVAHI_WATCH_IN, AVAHI_WATCH_IN);
+    EXPECT_EQ(poll()->watch_get_events(self), event);
+    received += receive();
+  });
+  send("a");
+  runFor(20ms);
+  send("b");
+  runFor(20ms);
+  EXPECT_EQ(received, "ab");
+  EXPECT_EQ(poll()->watch_get_events(made), 0);
+  poll()->watch_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, AWatchMayBeFreedInsideItsCallback) {
+  int calls = 0;
+  watch(AVAHI_WATCH_IN, [&](AvahiWatch* self, AvahiWatchEvent) {
+    ++calls;
+    poll()->watch_free(self);
+  });
+  send("a");
+  runFor(20ms);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(receive(), 'a');  // Avahi's own descriptor is still open
+}
+
+TEST_F(AvahiPollAdapterTest, TwoWatchesMayShareOneDescriptor) {
+  int reads = 0;
+  int writes = 0;
+  AvahiWatch* reader =
+      watch(AVAHI_WATCH_IN, [&](AvahiWatch*, AvahiWatchEvent) { reads += receive() == 'a'; });
+  AvahiWatch* writer = watch(AVAHI_WATCH_OUT, [&](AvahiWatch* self, AvahiWatchEvent) {
+    ++writes;
+    poll()->watch_update(self, AvahiWatchEvent{});
+  });
+  ASSERT_TRUE(reader != nullptr && writer != nullptr);
+  send("a");
+  runFor(20ms);
+  EXPECT_EQ(reads, 1);
+  EXPECT_EQ(writes, 1);
+  poll()->watch_free(reader);
+  poll()->watch_free(writer);
+}
+
+TEST_F(AvahiPollAdapterTest, AnUpdatedWatchWaitsForWhatIsAskedNow) {
+  int calls = 0;
+  AvahiWatch* made = watch(AvahiWatchEvent{}, [&](AvahiWatch*, AvahiWatchEvent) {
+    ++calls;
+    receive();
+  });
+  send("a");
+  runFor(20ms);
+  EXPECT_EQ(calls, 0);
+  poll()->watch_update(made, AVAHI_WATCH_IN);
+  runFor(20ms);
+  EXPECT_EQ(calls, 1);
+  poll()->watch_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, AFreedWatchIsNeverCalled) {
+  AvahiWatch* made = watch(AVAHI_WATCH_IN, [&](AvahiWatch*, AvahiWatchEvent) { ADD_FAILURE(); });
+  send("a");
+  poll()->watch_free(made);
+  runFor(20ms);
+}
+
+TEST_F(AvahiPollAdapterTest, AClosedPeerIsReported) {
+  bool called = false;
+  AvahiWatch* made = watch(AVAHI_WATCH_IN, [&](AvahiWatch* self, AvahiWatchEvent) {
+    called = true;
+    poll()->watch_update(self, AvahiWatchEvent{});
+  });
+  shutdown(pair_[1], SHUT_RDWR);
+  runFor(20ms);
+  EXPECT_TRUE(called);
+  poll()->watch_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, ABadDescriptorGivesNoWatch) {
+  EXPECT_EQ(poll()->watch_new(
+                poll(), -1, AVAHI_WATCH_IN, [](AvahiWatch*, int, AvahiWatchEvent, void*) {}, nullptr),
+            nullptr);
+}
+
+TEST_F(AvahiPollAdapterTest, TimeoutsFireOnceAtTheirTimeEvenIfItHasPassed) {
+  int soon = 0;
+  int past = 0;
+  int never = 0;
+  const timeval soonTime = fromNow(5ms);
+  const timeval pastTime = fromNow(-3h);
+  const timeval laterTime = fromNow(1h);
+  AvahiTimeout* all[] = {timeout(&soonTime, [&](AvahiTimeout*) { ++soon; }),
+                         timeout(&pastTime, [&](AvahiTimeout*) { ++past; }),
+                         timeout(&laterTime, [&](AvahiTimeout*) { ++never; }),
+                         timeout(nullptr, [&](AvahiTimeout*) { ++never; })};
+  runFor(40ms);
+  EXPECT_EQ(soon, 1);
+  EXPECT_EQ(past, 1);
+  EXPECT_EQ(never, 0);
+  for (AvahiTimeout* made : all) poll()->timeout_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, ATimeoutMayBeSetAgainOrFreedInsideItsCallback) {
+  int calls = 0;
+  const timeval first = fromNow(1ms);
+  timeout(&first, [&](AvahiTimeout* self) {
+    if (++calls == 3) return poll()->timeout_free(self);
+    const timeval next = fromNow(1ms);
+    poll()->timeout_update(self, &next);
+  });
+  runFor(60ms);
+  EXPECT_EQ(calls, 3);
+}
+
+TEST_F(AvahiPollAdapterTest, ADisabledOrFreedTimeoutIsSilent) {
+  const timeval due = fromNow(0ms);
+  AvahiTimeout* disabled = timeout(&due, [&](AvahiTimeout*) { ADD_FAILURE(); });
+  AvahiTimeout* freed = timeout(&due, [&](AvahiTimeout*) { ADD_FAILURE(); });
+  poll()->timeout_update(disabled, nullptr);
+  poll()->timeout_free(freed);
+  runFor(20ms);
+  poll()->timeout_free(disabled);
+}
+
+}  // namespace
+}  // namespace ferrox::dnssd
