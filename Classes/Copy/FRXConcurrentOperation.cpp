@@ -36,22 +36,22 @@ void FRXConcurrentOperation::finish() {
 }
 
 std::optional<FRXError> FRXConcurrentOperation::error() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return error_;
 }
 
 void FRXConcurrentOperation::setError(std::optional<FRXError> error) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   error_ = std::move(error);
 }
 
 FRXDictionary FRXConcurrentOperation::userInfo() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return userInfo_;
 }
 
 void FRXConcurrentOperation::setUserInfo(FRXDictionary userInfo) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   userInfo_ = std::move(userInfo);
 }
 

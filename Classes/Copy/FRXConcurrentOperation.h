@@ -3,12 +3,12 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
+#include "Platform/Base/Mutex.h"
 #include "Platform/Queues/Operation.h"
 
 namespace ferrox {
@@ -57,9 +57,9 @@ class FRXConcurrentOperation : public Operation {
  private:
   std::atomic<bool> executing_{false};
   std::atomic<bool> finished_{false};
-  mutable std::mutex mutex_;
-  std::optional<FRXError> error_;
-  FRXDictionary userInfo_;
+  mutable Mutex mutex_;
+  std::optional<FRXError> error_ FRX_GUARDED_BY(mutex_);
+  FRXDictionary userInfo_ FRX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ferrox

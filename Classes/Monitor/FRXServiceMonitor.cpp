@@ -30,7 +30,7 @@ void FRXServiceMonitor::startMonitoringService(const std::shared_ptr<FRXNetServi
   assert(platform_.mainLoop->isCurrentThread());
   if (!service) return;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     auto& entry = monitoredServices_[service->serviceId()];
     if (entry) return;
     entry = std::make_shared<FRXServiceMonitorStatusInfo>(service);
@@ -43,7 +43,7 @@ void FRXServiceMonitor::stopMonitoringService(const std::shared_ptr<FRXNetServic
   assert(platform_.mainLoop->isCurrentThread());
   if (!service) return;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (monitoredServices_.erase(service->serviceId()) == 0 || !monitoredServices_.empty()) return;
     monitoring_ = false;
   }
@@ -105,7 +105,7 @@ void FRXServiceMonitor::handleResponse(const FRXServiceMonitorStatusInfo& checke
                                        const std::string& serviceId) {
   bool becameResponsive = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     becameResponsive = checked.responseStatus != FRXServiceResponseStatus::Responsive;
     const auto entry = monitoredServices_.find(serviceId);
     if (becameResponsive && entry != monitoredServices_.end()) {
@@ -124,7 +124,7 @@ void FRXServiceMonitor::handleMissingResponse(const FRXServiceMonitorStatusInfo&
                                               const std::string& serviceId) {
   std::uint64_t failures = 1;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (checked.responseStatus == FRXServiceResponseStatus::Unresponsive) return;
     if (const auto entry = monitoredServices_.find(serviceId); entry != monitoredServices_.end()) {
       FRXServiceMonitorStatusInfo& current = *entry->second;
@@ -139,12 +139,12 @@ void FRXServiceMonitor::handleMissingResponse(const FRXServiceMonitorStatusInfo&
 }
 
 FRXServiceMonitor::MonitoredServices FRXServiceMonitor::monitoredServices() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return monitoredServices_;
 }
 
 std::shared_ptr<FRXServiceMonitorStatusInfo> FRXServiceMonitor::statusOf(const std::string& serviceId) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto entry = monitoredServices_.find(serviceId);
   return entry != monitoredServices_.end() ? entry->second : nullptr;
 }

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "Classes/Monitor/FRXServiceChecker.h"
 #include "Classes/Monitor/FRXServiceMonitorDelegate.h"
 #include "Classes/Monitor/FRXServiceMonitorStatusInfo.h"
+#include "Platform/Base/Mutex.h"
 #include "Platform/PlatformServices.h"
 
 namespace ferrox {
@@ -76,8 +76,10 @@ class FRXServiceMonitor : public std::enable_shared_from_this<FRXServiceMonitor>
   const std::weak_ptr<FRXServiceChecker> serviceChecker_;
   std::atomic<bool> monitoring_{false};
 
-  mutable std::mutex mutex_;
-  MonitoredServices monitoredServices_;
+  mutable Mutex mutex_;
+  MonitoredServices monitoredServices_ FRX_GUARDED_BY(mutex_);
+
+  // Main thread only.
   std::unique_ptr<Timer> serviceResponseTimer_;
 };
 

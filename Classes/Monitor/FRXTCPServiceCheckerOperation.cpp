@@ -39,7 +39,7 @@ void FRXTCPServiceCheckerOperation::start() {
 std::shared_ptr<TCPClientSocket> FRXTCPServiceCheckerOperation::makeSocketListenedTo() {
   auto socket = makeSocket_();
   socket->setDelegate(std::static_pointer_cast<FRXTCPServiceCheckerOperation>(shared_from_this()));
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   socket_ = socket;
   return socket;
 }
@@ -72,7 +72,7 @@ void FRXTCPServiceCheckerOperation::finish() {
   Completion completion;
   std::shared_ptr<TCPClientSocket> socket;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     completion = std::exchange(completion_, nullptr);
     socket.swap(socket_);
   }

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Classes/Copy/FRXConcurrentOperation.h"
 #include "Classes/Monitor/FRXServiceChecker.h"
+#include "Platform/Base/Mutex.h"
 #include "Platform/TCP/TCPClientSocket.h"
 
 namespace ferrox {
@@ -55,9 +55,9 @@ class FRXTCPServiceCheckerOperation final : public FRXConcurrentOperation, publi
   const SocketFactory makeSocket_;
   std::atomic<bool> didRespond_{false};
 
-  std::mutex mutex_;
-  Completion completion_;
-  std::shared_ptr<TCPClientSocket> socket_;
+  Mutex mutex_;
+  Completion completion_ FRX_GUARDED_BY(mutex_);
+  std::shared_ptr<TCPClientSocket> socket_ FRX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ferrox

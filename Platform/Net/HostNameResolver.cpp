@@ -3,9 +3,9 @@
 #include <netdb.h>
 
 #include <exception>
-#include <mutex>
 #include <utility>
 
+#include "Platform/Base/Mutex.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/Log/Log.h"
 #include "Platform/Net/AddressOrder.h"
@@ -27,7 +27,7 @@ class Lookup {
   const std::string& name() const { return name_; }
 
   bool isDone() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return !completion_;
   }
 
@@ -45,7 +45,7 @@ class Lookup {
   void complete(Addresses addresses, std::optional<FRXError> error) {
     HostNameResolver::Completion completion;
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       completion = std::exchange(completion_, nullptr);
     }
     if (!completion) return;
@@ -58,8 +58,8 @@ class Lookup {
 
   const std::string name_;
   const std::uint16_t port_;
-  mutable std::mutex mutex_;
-  HostNameResolver::Completion completion_;
+  mutable Mutex mutex_;
+  HostNameResolver::Completion completion_ FRX_GUARDED_BY(mutex_);
 };
 
 // A look-up of the system cannot be called off and may take half a minute, so it has threads of its own that

@@ -65,7 +65,7 @@ void IOThread::wake() {
 
 void IOThread::post(Task task) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     posted_.push_back(std::move(task));
     if (posted_.size() > 1) return;
   }
@@ -116,7 +116,7 @@ void IOThread::run() {
 void IOThread::runPosted() {
   std::vector<Task> tasks;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     tasks.swap(posted_);
   }
   for (const auto& task : tasks) runGuarded(task);

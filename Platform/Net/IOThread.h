@@ -7,11 +7,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/Mutex.h"
 #include "Platform/Net/FileDescriptor.h"
 
 namespace ferrox {
@@ -63,8 +63,8 @@ class IOThread {
   FileDescriptor wakeUp_;
   std::atomic<bool> stopping_{false};
 
-  std::mutex mutex_;
-  std::vector<Task> posted_;
+  Mutex mutex_;
+  std::vector<Task> posted_ FRX_GUARDED_BY(mutex_);
 
   // Touched by the thread alone.
   Id nextId_ = 1;

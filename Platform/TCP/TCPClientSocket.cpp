@@ -5,9 +5,9 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <utility>
 
+#include "Platform/Base/Mutex.h"
 #include "Platform/Net/ConnectionRace.h"
 #include "Platform/Net/HostConnector.h"
 #include "Platform/Net/HostName.h"
@@ -60,7 +60,7 @@ class RacingTCPClientSocket final : public TCPClientSocket,
   ~RacingTCPClientSocket() override { releaseConnection(connector_, link_); }
 
   void setDelegate(std::weak_ptr<TCPClientSocketListener> listener) override {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     delegate_ = std::move(listener);
   }
 
@@ -78,22 +78,22 @@ class RacingTCPClientSocket final : public TCPClientSocket,
   void postConnected(Session session);
   void postDisconnected(std::optional<FRXError> error);
   std::shared_ptr<TCPClientSocketListener> delegate() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return delegate_.lock();
   }
 
   HostNameResolver& resolver_;
   RunLoop& loop_;
 
-  mutable std::mutex mutex_;
-  std::weak_ptr<TCPClientSocketListener> delegate_;
-  State state_ = State::Idle;
+  mutable Mutex mutex_;
+  std::weak_ptr<TCPClientSocketListener> delegate_ FRX_GUARDED_BY(mutex_);
+  State state_ FRX_GUARDED_BY(mutex_) = State::Idle;
   // Counts the connections made one after another, so that what belongs to an earlier one is recognised.
-  Session session_ = 0;
-  std::string host_;
-  std::uint16_t port_ = 0;
-  std::shared_ptr<HostConnector> connector_;
-  std::shared_ptr<Link> link_;
+  Session session_ FRX_GUARDED_BY(mutex_) = 0;
+  std::string host_ FRX_GUARDED_BY(mutex_);
+  std::uint16_t port_ FRX_GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<HostConnector> connector_ FRX_GUARDED_BY(mutex_);
+  std::shared_ptr<Link> link_ FRX_GUARDED_BY(mutex_);
 };
 
 bool RacingTCPClientSocket::connectToHost(const std::string& host, std::uint16_t port,
@@ -102,7 +102,7 @@ bool RacingTCPClientSocket::connectToHost(const std::string& host, std::uint16_t
     setError(error, {SocketErrorDomain, EINVAL, "Unusable host name or port"});
     return false;
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (state_ != State::Idle) {
     setError(error, socketError(state_ == State::Connecting ? EALREADY : EISCONN));
     return false;
@@ -125,7 +125,7 @@ void RacingTCPClientSocket::disconnect() {
   std::shared_ptr<HostConnector> connector;
   std::shared_ptr<Link> link;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (state_ == State::Idle) return;
     state_ = State::Idle;
     ++session_;
@@ -150,7 +150,7 @@ void RacingTCPClientSocket::connectionAttemptDidEnd(Session session, FileDescrip
         if (const auto self = weak.lock()) self->connectionDidEnd(session, std::move(failure));
       });
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (session != session_) return;
     state_ = State::Connected;
     connector_.reset();
@@ -162,7 +162,7 @@ void RacingTCPClientSocket::connectionAttemptDidEnd(Session session, FileDescrip
 
 void RacingTCPClientSocket::connectionDidEnd(Session session, std::optional<FRXError> error) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (session != session_) return;
     state_ = State::Idle;
     connector_.reset();
@@ -176,7 +176,7 @@ void RacingTCPClientSocket::postConnected(Session session) {
     std::string host;
     std::uint16_t port = 0;
     {
-      const std::lock_guard lock(self->mutex_);
+      const MutexLock lock(self->mutex_);
       if (session != self->session_) return;
       host = self->host_;
       port = self->port_;

@@ -54,7 +54,7 @@ void complete(BackgroundQueue& queue, HTTPClientCallbacks callbacks, std::option
 }  // namespace
 
 bool CurlInbox::post(Message message) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (multi_ == nullptr) return false;
   messages_.push_back(std::move(message));
   if (messages_.size() == 1) curl_multi_wakeup(multi_);
@@ -62,12 +62,12 @@ bool CurlInbox::post(Message message) {
 }
 
 std::vector<CurlInbox::Message> CurlInbox::take() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return std::exchange(messages_, {});
 }
 
 void CurlInbox::close() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   multi_ = nullptr;
 }
 

@@ -7,12 +7,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
 
 #include "Platform/Base/FRXError.h"
+#include "Platform/Base/Mutex.h"
 #include "Platform/HTTP/Client/CurlTransfer.h"
 #include "Platform/HTTP/Client/TransferSlots.h"
 #include "Platform/Net/FileDescriptor.h"
@@ -43,9 +43,9 @@ class CurlInbox {
   void close();
 
  private:
-  std::mutex mutex_;
-  CURLM* multi_;
-  std::vector<Message> messages_;
+  Mutex mutex_;
+  CURLM* multi_ FRX_GUARDED_BY(mutex_);
+  std::vector<Message> messages_ FRX_GUARDED_BY(mutex_);
 };
 
 /// Thread: any for its operations; the rest happens on the thread it owns
