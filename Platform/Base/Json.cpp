@@ -152,6 +152,31 @@ bool append(std::string& out, const FRXValue& value, unsigned depth) {
   return true;
 }
 
+void appendEscape(std::string& out, char c) {
+  constexpr std::string_view hexDigits = "0123456789abcdef";
+  switch (c) {
+    case '"':
+      out += "\\\"";
+      break;
+    case '\\':
+      out += "\\\\";
+      break;
+    case '\n':
+      out += "\\n";
+      break;
+    case '\r':
+      out += "\\r";
+      break;
+    case '\t':
+      out += "\\t";
+      break;
+    default:
+      out += "\\u00";
+      out += hexDigits[static_cast<unsigned char>(c) >> 4U];
+      out += hexDigits[static_cast<unsigned char>(c) & 15U];
+  }
+}
+
 }  // namespace
 
 std::optional<FRXValue> parseJson(std::string_view text, FRXError* error, const JsonLimits& limits) {
@@ -170,35 +195,17 @@ std::optional<std::string> writeJson(const FRXValue& value) {
 }
 
 void appendJsonString(std::string& out, std::string_view text) {
-  constexpr std::string_view hexDigits = "0123456789abcdef";
+  // Texts are mostly free of escapes: what lies between two of them is taken over in one piece.
   out += '"';
-  for (const char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (const auto byte = static_cast<unsigned char>(c); byte < 0x20) {
-          out += "\\u00";
-          out += hexDigits[byte >> 4];
-          out += hexDigits[byte & 15];
-        } else {
-          out += c;
-        }
-    }
+  std::size_t plainBegin = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
+    out.append(text, plainBegin, i - plainBegin);
+    appendEscape(out, c);
+    plainBegin = i + 1;
   }
+  out.append(text, plainBegin);
   out += '"';
 }
 
