@@ -11,7 +11,7 @@
 #include "Classes/HTTPServer/HTTPJsonResponse.h"
 #include "Classes/HTTPServer/HTTPVideoResponse.h"
 #include "Classes/HTTPServer/PlainWebSocketEndpoint.h"
-#include "Classes/HTTPServer/ProjectStructure.h"
+#include "Classes/HTTPServer/ProjectStructureResponse.h"
 #include "Classes/HTTPServer/RequestPath.h"
 #include "Classes/Utilities/FRXUtilities.h"
 #include "Classes/Utilities/FileURL.h"
@@ -305,7 +305,7 @@ Response RoutingHTTPConnection::routeNameGetProjectForPath(std::string_view path
   const auto directory = id ? getProjectPathFromId(*id) : std::nullopt;
   if (!directory) return jsonResponse(R"({"files":[],"directories":[]})");
   return std::make_unique<HTTPDeferredResponse>(
-      [directory = *directory] { return jsonResponse(projectStructureJson(directory)); });
+      [directory = *directory] { return ProjectStructureResponse::make(directory); });
 }
 
 Response RoutingHTTPConnection::routeNameFileForPath(std::string_view path, HTTPMethod method) const {

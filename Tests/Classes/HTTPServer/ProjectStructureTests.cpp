@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Classes/HTTPServer/ProjectStructure.h"
+#include "Classes/HTTPServer/ProjectStructureResponse.h"
 #include "Platform/Base/Json.h"
 #include "Tests/Support/RecordingLogSink.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -62,6 +63,25 @@ TEST(ProjectStructure, AProjectBeyondTheLimitsHasNoDocument) {
   EXPECT_FALSE(projectStructureJson(project.path().string(), {.entries = 4, .bytes = 1000}));
   EXPECT_FALSE(projectStructureJson(project.path().string(), {.entries = 5, .bytes = 20}));
   EXPECT_TRUE(log->mentions(LogLevel::Warn, "too large"));
+}
+
+TEST(ProjectStructureResponse, DocumentsOnTheirWayShareABudget) {
+  const test::LogRecording log(LogLevel::Warn);
+  const test::TemporaryDirectory project;
+  project.write("a.mov", "");
+  const std::string root = project.path().string();
+  const std::size_t size = projectStructureJson(root).value_or("").size();
+
+  auto first = ProjectStructureResponse::make(root, 1);  // alone, and so sent beyond the budget
+  EXPECT_EQ(first->status(), 200);
+  EXPECT_EQ(first->contentLength(), size);
+  EXPECT_EQ(first->httpHeaders(), (HTTPHeaders{{"Content-Type", "application/json"}}));
+  const auto second = ProjectStructureResponse::make(root, 2 * size);
+  EXPECT_EQ(second->status(), 200);
+  EXPECT_EQ(ProjectStructureResponse::make(root, 3 * size - 1)->status(), 503);
+  EXPECT_TRUE(log->mentions(LogLevel::Warn, "Too many project structures"));
+  first.reset();
+  EXPECT_EQ(ProjectStructureResponse::make(root, 2 * size)->status(), 200);
 }
 
 }  // namespace
