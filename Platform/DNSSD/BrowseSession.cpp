@@ -6,6 +6,7 @@
 
 #include "Platform/DNSSD/DNSMessage.h"
 #include "Platform/DNSSD/NetworkQuery.h"
+#include "Platform/Host/Text.h"
 
 namespace ferrox::dnssd {
 
@@ -48,6 +49,8 @@ void BrowseSession::reportSoon() {
 void BrowseSession::report() {
   batch_.reset();
   auto visible = watch_.sightings().visible(context_.interfaces);
+  // Instance names are UTF-8 (RFC 6763 section 4.1.1); what is not would go wrong in every text further up.
+  std::erase_if(visible, [](const std::string& name) { return !text::isValidUtf8(name); });
   BrowseChanges changes;
   std::set_difference(reported_.begin(), reported_.end(), visible.begin(), visible.end(),
                       std::back_inserter(changes.removed));

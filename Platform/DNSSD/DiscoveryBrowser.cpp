@@ -5,8 +5,6 @@
 
 #include "Platform/DNSSD/DiscoveredService.h"
 #include "Platform/DNSSD/HostNameText.h"
-#include "Platform/Host/Text.h"
-#include "Platform/Log/Log.h"
 
 namespace ferrox::dnssd {
 

@@ -152,6 +152,15 @@ TEST_F(BrowseSessionTest, WhatComesAndGoesWithinABatchIsNotReported) {
   EXPECT_THAT(events(), IsEmpty());
 }
 
+TEST_F(BrowseSessionTest, ANameThatIsNoTextIsIgnored) {
+  browse();
+  report("_test._tcp", added(eth0IPv4, "A\xFF"));
+  report("_test._tcp", added(eth0IPv4, "\xC3\x9C"));
+  ASSERT_TRUE(waitForEvents(1));
+  settle();
+  EXPECT_THAT(events(), ElementsAre("+\xC3\x9C"));
+}
+
 TEST_F(BrowseSessionTest, RemovalOfTheUnknownDoesNothing) {
   browse();
   report("_test._tcp", removed(eth0IPv4, "A"));
