@@ -22,8 +22,12 @@ HeadScanner::Outcome HeadScanner::refuse(int status) {
 HeadScanner::Outcome HeadScanner::scan(std::string_view bytes) {
   while (position_ < bytes.size()) {
     const void* found = std::memchr(bytes.data() + position_, '\n', bytes.size() - position_);
-    if (found == nullptr) return judgeUnfinished(bytes.substr(position_));
-    const auto end = static_cast<std::size_t>(static_cast<const char*>(found) - bytes.data());
+    const std::size_t end = found == nullptr
+                                ? bytes.size()
+                                : static_cast<std::size_t>(static_cast<const char*>(found) - bytes.data());
+    // Size comes first, so that the answer does not depend on how much of a line has arrived.
+    if (const int status = judgeSize(end - position_); status != 0) return refuse(status);
+    if (found == nullptr) return Outcome::NeedMore;
     if (end == position_ || bytes[end - 1] != '\r') return refuse(400);
     const std::string_view line = bytes.substr(position_, end - 1 - position_);
     const bool blank = line.empty();
@@ -44,21 +48,21 @@ bool HeadScanner::takeLine(std::string_view line) {
     refusal_ = status;
     return false;
   };
-  if (holds(line, '\r') || holds(line, '\0')) return fail(400);
   if (lineCount_++ == 0) {
     firstLineEnd_ = position_;
-    return line.size() <= limits_.requestLine ? true : fail(414);
+    if (line.size() > limits_.requestLine) return fail(414);
+    return holds(line, '\r') || holds(line, '\0') ? fail(400) : true;
   }
+  if (position_ - firstLineEnd_ > limits_.headerBlock) return fail(431);
+  if (holds(line, '\r') || holds(line, '\0')) return fail(400);
   // A folded line (RFC 9112 section 5.2).
   if (line.front() == ' ' || line.front() == '\t') return fail(400);
-  if (position_ - firstLineEnd_ > limits_.headerBlock) return fail(431);
   return lineCount_ - 1 <= limits_.headerCount ? true : fail(431);
 }
 
-HeadScanner::Outcome HeadScanner::judgeUnfinished(std::string_view line) {
-  if (lineCount_ == 0) return line.size() > limits_.requestLine + 1 ? refuse(414) : Outcome::NeedMore;
-  const std::size_t block = position_ - firstLineEnd_ + line.size();
-  return block > limits_.headerBlock + 1 ? refuse(431) : Outcome::NeedMore;
+int HeadScanner::judgeSize(std::size_t size) const {
+  if (lineCount_ == 0) return size > limits_.requestLine + 1 ? 414 : 0;
+  return position_ - firstLineEnd_ + size > limits_.headerBlock + 1 ? 431 : 0;
 }
 
 }  // namespace ferrox

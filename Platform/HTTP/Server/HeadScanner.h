@@ -29,8 +29,9 @@ class HeadScanner {
  private:
   Outcome refuse(int status);
   bool takeLine(std::string_view line);
-  /// Of a line not yet ended. Its last byte may be half a line end.
-  Outcome judgeUnfinished(std::string_view line);
+  /// The status for a line of which `size` bytes are there, its end apart; 0 while it may still fit. The last
+  /// byte may be half a line end.
+  int judgeSize(std::size_t size) const;
 
   const HTTPServerLimits& limits_;
   std::size_t position_ = 0;

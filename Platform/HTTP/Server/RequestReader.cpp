@@ -27,6 +27,7 @@ class Events final : public http::basic_parser<true> {
 
   const RequestReader::BodySink* sink = nullptr;
   std::size_t bodyBytes = 0;
+  std::uint64_t chunkLeft = 0;
 
  private:
   void on_request_impl(http::verb, BeastView method, BeastView target, int version, error_code&) override {
@@ -42,8 +43,11 @@ class Events final : public http::basic_parser<true> {
   void on_header_impl(error_code&) override {}
   void on_body_init_impl(const boost::optional<std::uint64_t>&, error_code&) override {}
   std::size_t on_body_impl(BeastView body, error_code&) override { return take(body); }
-  void on_chunk_header_impl(std::uint64_t, BeastView, error_code&) override {}
-  std::size_t on_chunk_body_impl(std::uint64_t, BeastView body, error_code&) override { return take(body); }
+  void on_chunk_header_impl(std::uint64_t size, BeastView, error_code&) override { chunkLeft = size; }
+  std::size_t on_chunk_body_impl(std::uint64_t, BeastView body, error_code&) override {
+    chunkLeft -= body.size();
+    return take(body);
+  }
   void on_finish_impl(error_code&) override {}
   std::size_t take(BeastView body) {
     bodyBytes += body.size();
@@ -165,7 +169,12 @@ RequestReader::State RequestReader::readBody(const BodySink& sink) {
   events.sink = &sink;
   // One element at a time: a chunk's line, a piece of body, the trailers.
   events.eager(false);
-  while (begin_ != end_ && !events.is_done()) {
+  // The parser asserts that a last chunk of which it has seen the line is at least "0 CRLF CRLF" long. No
+  // chunked body ends in less than that, so waiting for it costs nothing.
+  const auto least = [&] {
+    return events.chunked() && events.chunkLeft == 0 ? std::size_t{5} : std::size_t{1};
+  };
+  while (end_ - begin_ >= least() && !events.is_done()) {
     error_code failure;
     events.bodyBytes = 0;
     const std::size_t used = events.put({buffer_.data() + begin_, end_ - begin_}, failure);

@@ -1,6 +1,7 @@
 #include "Platform/HTTP/Server/RequestRules.h"
 
 #include <algorithm>
+#include <array>
 
 namespace ferrox {
 
@@ -10,10 +11,16 @@ bool isDigits(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-bool isHostByte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("-._~!$&'()*+,;=%:[]").find(c) != std::string_view::npos;
+constexpr std::array<bool, 256> makeHostBytes() {
+  std::array<bool, 256> allowed{};
+  for (unsigned c = 'a'; c <= 'z'; ++c) allowed[c] = allowed[c - 'a' + 'A'] = true;
+  for (unsigned c = '0'; c <= '9'; ++c) allowed[c] = true;
+  for (const char c : std::string_view("-._~!$&'()*+,;=%:[]")) allowed[static_cast<unsigned char>(c)] = true;
+  return allowed;
 }
+constexpr std::array<bool, 256> hostBytes = makeHostBytes();
+
+bool isHostByte(char c) { return hostBytes[static_cast<unsigned char>(c)]; }
 
 /// A name or address with an optional port (RFC 9110 section 7.2); no user information.
 bool isAuthority(std::string_view text) {

@@ -141,6 +141,19 @@ TEST_F(OddButRightRequestTest, OneByteAtATimeIsRead) {
   EXPECT_EQ(response->body, "abc0123456789");
 }
 
+TEST_F(OddButRightRequestTest, AnEmptyChunkedBodyInPiecesIsRead) {
+  start();
+  RawSocket client = connect();
+  for (const char c :
+       std::string("POST /echo HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n")) {
+    ASSERT_TRUE(client.send(std::string_view(&c, 1)));
+  }
+  const auto response = client.readResponse();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->status, 200);
+  EXPECT_EQ(response->body, "");
+}
+
 TEST_F(OddButRightRequestTest, BodiesArriveWholeAndTheNextRequestIsFound) {
   start();
   RawSocket client = connect();
