@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "Platform/WebSocket/WebSocket.h"
 #include "Tests/Platform/HTTP/Server/ServerFixture.h"
@@ -166,7 +167,7 @@ TEST_F(WebSocketTest, MessagesAreEchoedIncludingThoseSentWithTheHandshake) {
       client.send("GET /socket HTTP/1.1\r\nHost: [::1]:1\r\n" + upgradeFields + "\r\n" + textFrame("early")));
   ASSERT_EQ(client.readResponse()->status, 101);
   EXPECT_EQ(readFrame(client)->payload, "early");
-  for (const std::size_t size : {0, 1, 125, 126, 65535, 65536, 1000000}) {
+  for (const std::size_t size : std::vector<std::size_t>{0, 1, 125, 126, 65535, 65536, 1000000}) {
     const std::string text(size, 'x');
     ASSERT_TRUE(client.send(textFrame(text)));
     const auto frame = readFrame(client);
