@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t maxInstanceNameSize = 63;
 /// Far more than a living stack needs, and bearable when a daemon hangs.
 constexpr auto goodbyePatience = 300ms;
+constexpr auto goodbyeTurn = 10ms;
 
 std::string publishableName(const std::string& name) {
   const std::string cut(text::prefixOfBytes(name, maxInstanceNameSize));
@@ -76,14 +77,18 @@ DiscoveryPublication::DiscoveryPublication(std::shared_ptr<DiscoveryCore> core, 
 DiscoveryPublication::~DiscoveryPublication() {
   const auto withdrawn = std::make_shared<std::promise<void>>();
   const auto done = withdrawn->get_future();
-  DiscoveryCore::post(
-      core_, [place = std::move(session_), withdrawn, thread = core_->thread](DiscoveryEngine& engine) {
-        if (*place) engine.remove(*place);
-        place->reset();
-        // The stack sends in a turn of its own after this one.
-        thread->post([thread, withdrawn] { thread->post([withdrawn] { withdrawn->set_value(); }); });
-      });
-  if (!core_->thread->isCurrent()) (void)done.wait_for(goodbyePatience);
+  const auto goodbye = std::make_shared<std::unique_ptr<Pending>>();
+  DiscoveryCore::post(core_, [place = std::move(session_), withdrawn, goodbye,
+                              thread = core_->thread](DiscoveryEngine& engine) {
+    if (*place) engine.remove(*place);
+    place->reset();
+    // The stack sends from a timer that is due at once; a process that ended before that would leave
+    // without a goodbye. A timer that is due later fires after it.
+    *goodbye = thread->after(goodbyeTurn, [withdrawn] { withdrawn->set_value(); });
+  });
+  if (core_->thread->isCurrent()) return;
+  (void)done.wait_for(goodbyePatience);
+  DiscoveryCore::post(core_, [goodbye](DiscoveryEngine&) { goodbye->reset(); });
 }
 
 void DiscoveryPublication::setTXTRecord(TXTDictionary txt) {
