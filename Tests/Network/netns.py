@@ -85,6 +85,12 @@ class Host:
         """Adds an iptables rule inside the host."""
         return sh("ip", "netns", "exec", self.namespace, "iptables", "-w", "5", "-A", *rule)
 
+    def block_multicast(self):
+        """As in networks that keep their guests apart: no DNS-SD goes out, neither over IPv4 nor over IPv6."""
+        for filter_of in ("iptables", "ip6tables"):
+            sh("ip", "netns", "exec", self.namespace, filter_of, "-w", "5", "-A", "OUTPUT",
+               "-p", "udp", "--dport", "5353", "-j", "DROP")
+
     # Processes
 
     def command(self, argv):

@@ -126,14 +126,12 @@ class Departure(NetworkCase):
         first.wait_peer("peerDiscovered", second, 15)
         first.wait_peer("peerResponsive", second, 10)
 
-    def test_renamed_node_is_known_by_its_new_name_only(self):
+    def test_renamed_node_is_heard_under_its_new_name(self):
         first, second = self.meeting()
-        old = second.service_name
-        self.assertTrue(second.ask("rename")["ok"])
-        new = first.wait("the new name", lambda event: event["event"] in ("peerDiscovered", "peerRemoved")
-                         and event["service"]["name"] != old or event["event"] == "rejoined"
-                         and event["frxId"] != old, 15)
-        self.assertIsNotNone(new)
+        renamed = second.ask("rename")
+        self.assertTrue(renamed["ok"], renamed)
+        first.wait("the new name", lambda event: event["event"] == "rejoined"
+                   and event["frxId"] not in ("", second.service_name) and "SUITE 2" in event["frxId"], 15)
 
 
 class Foreigners(NetworkCase):
@@ -141,9 +139,8 @@ class Foreigners(NetworkCase):
         foreign = ForeignPeer(self.network.hosts[1], "browse", "10.77.0.2")
         foreign.wait("browsing", lambda event: event["event"] == "browsing", 10)
         node = self.node(1)
-        added = foreign.wait("our instance", lambda event: event.get("port") == 16654, 10)
-        self.assertEqual(added["name"], node.service_name)
-        self.assertEqual(added["txt"]["App"], "Vantle")
+        seen = foreign.wait("our instance", lambda event: event.get("txt", {}).get("App") == "Vantle", 10)
+        self.assertEqual((seen["name"], seen["port"]), (node.service_name, 16654))
 
         beats = [foreign.wait("heartbeat", lambda event: event.get("txt", {}).get("App") == "Alpha", 10)
                  for _ in range(2)]
@@ -155,6 +152,15 @@ class Foreigners(NetworkCase):
 
         self.assertEqual(node.terminate(), 0)
         foreign.wait("goodbye", lambda event: event["event"] == "removed", 5)
+
+    def test_status_stays_visible_over_heartbeats(self):
+        foreign = ForeignPeer(self.network.hosts[1], "browse", "10.77.0.2")
+        node = self.node(1, "--status", "grading")
+        first = foreign.wait("status", lambda event: event.get("txt", {}).get("Status") == "grading", 10)
+        foreign.wait("status of a later record", lambda event: event.get("txt", {}).get("Status") == "grading"
+                     and event["txt"]["RegisteredAt"] > first["txt"]["RegisteredAt"], 15)
+        self.assertTrue(node.ask("status", text="mixing")["ok"])
+        foreign.wait("new status", lambda event: event.get("txt", {}).get("Status") == "mixing", 10)
 
     def test_foreign_publisher_is_found_checked_and_lost(self):
         node = self.node(1)
@@ -173,13 +179,14 @@ class ByAddress(NetworkCase):
     def setUp(self):
         super().setUp()
         for host in self.network.hosts:
-            host.firewall("OUTPUT", "-p", "udp", "--dport", "5353", "-j", "DROP")
+            host.block_multicast()
 
     def test_peer_by_address_is_found_without_multicast(self):
         self.node(2)
         first = self.node(1, "--peer", "10.77.0.2")
         found = first.wait("the peer", lambda event: event["event"] == "peerDiscovered", 10)
         self.assertIn("SUITE 2", found["service"]["name"])
+        first.wait("its answer", lambda event: event["event"] == "peerResponsive", 10)
 
     def test_peer_by_address_and_port_that_comes_late_is_found(self):
         first = self.node(1, "--peer", "10.77.0.2:7000")
