@@ -20,8 +20,11 @@
 #include "Classes/WebSockets/PeerConnector.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/DNSSD/TXTRecord.h"
+#include "Platform/Host/HostIdentity.h"
 #include "Platform/Host/Text.h"
 #include "Platform/Log/Log.h"
+#include "Platform/Net/HostName.h"
+#include "Platform/Net/HostNameResolver.h"
 #include "Platform/Notifications/NotificationDispatcher.h"
 #include "Platform/Queues/BackgroundQueue.h"
 #include "Platform/RunLoop/RunLoop.h"
@@ -43,10 +46,17 @@ void callSafely(const std::function<void()>& callListener) {
   }
 }
 
+/// The server's host name is the computer's name, as people write it. One that cannot stand in a URL would be
+/// refused by every peer; the machine's host name takes its place.
+std::optional<std::string> usableHostName(std::optional<std::string> computerName) {
+  if (!computerName || isUsableHostName(*computerName)) return computerName;
+  return HostIdentity::current()->hostName();
+}
+
 FRXLocalServerInfo sharedServerInfo() {
   const std::shared_ptr<FRXServer> server = FRXServer::sharedInstance();
   if (!server) return {};
-  return {server->hostName(), server->port(), server->frxServerId()};
+  return {usableHostName(server->hostName()), server->port(), server->frxServerId()};
 }
 
 std::string describe(const TXTDictionary& entries) {
@@ -323,15 +333,23 @@ void FRXBrowser::lookUpServiceAtAddress(const std::string& address, std::uint16_
     return;
   }
   requestServiceRecord(*state_->services.httpClient, *target, address,
-                       [weak = weak_from_this(), handler = std::move(handler)](
+                       [weak = weak_from_this(), host = target->host(), handler = std::move(handler)](
                            std::shared_ptr<FRXNetService> record, std::optional<FRXError> error) {
                          if (const auto browser = weak.lock(); browser && record) {
+                           browser->rememberRoute(*record, host);
                            browser->monitorService(record);
                            browser->tellDelegate(&Selectors::remoteFRXServiceDiscovered,
                                                  &FRXBrowserDelegate::remoteFRXServiceDiscovered, record);
                          }
                          if (handler) handler(std::move(record), std::move(error));
                        });
+}
+
+/// Where multicast does not reach, the name in a record means nothing here, but the address that answered
+/// does.
+void FRXBrowser::rememberRoute(const FRXNetService& record, const std::string& host) const {
+  if (state_->services.resolver == nullptr || !record.hostName()) return;
+  state_->services.resolver->setAlternative(*record.hostName(), host);
 }
 
 void FRXBrowser::monitorService(std::shared_ptr<FRXNetService> service) {

@@ -162,6 +162,7 @@ class FRXBrowser : public ConnectionRequestDelegate,
   void remoteServiceResolved(const std::shared_ptr<NetService>& service,
                              const std::shared_ptr<FRXNetService>& record);
   void withdrawAnnouncement(const std::string& hostName, std::uint16_t port);
+  void rememberRoute(const FRXNetService& record, const std::string& host) const;
   void adopt(const std::shared_ptr<FRXNetService>& record);
   bool remember(const std::shared_ptr<FRXNetService>& record);
   bool isThisInstance(const FRXNetService& record) const;

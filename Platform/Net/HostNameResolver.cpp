@@ -2,6 +2,7 @@
 
 #include <netdb.h>
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/Log/Log.h"
 #include "Platform/Net/AddressOrder.h"
+#include "Platform/Net/HostAlternatives.h"
 #include "Platform/Net/HostName.h"
 #include "Platform/Net/IOThread.h"
 #include "Platform/Queues/BackgroundQueue.h"
@@ -69,14 +71,18 @@ BackgroundQueue& systemLookupQueue() {
   return queue;
 }
 
-void askSystem(Lookup& lookup) {
+/// A host that multicast reaches answers far sooner; one that it does not reach must not wait for longer, for
+/// a reachability check has a second in all.
+constexpr std::chrono::milliseconds patienceWithAlternative{250};
+
+void askSystem(Lookup& lookup, const std::string& name) {
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (const int code = ::getaddrinfo(lookup.name().c_str(), nullptr, &hints, &found); code != 0) {
+  if (const int code = ::getaddrinfo(name.c_str(), nullptr, &hints, &found); code != 0) {
     return lookup.fail(HostNameResolverErrorNotFound,
-                       "No address found for host " + lookup.name() + ": " + ::gai_strerror(code));
+                       "No address found for host " + name + ": " + ::gai_strerror(code));
   }
   Addresses addresses;
   for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
@@ -109,17 +115,39 @@ class DiscoveryAndSystemResolver final : public HostNameResolver {
       return IOThread::shared().post([lookup, address = *literal] { lookup->succeed({address}); });
     }
     startDeadline(lookup, timeout);
-    if (isMulticastHostName(hostName)) {
-      return discovery_.resolveHostName(
-          hostName, timeout, [lookup](Addresses addresses) { lookup->succeed(std::move(addresses)); });
-    }
+    if (isMulticastHostName(hostName)) return askDiscovery(lookup, timeout);
     systemLookupQueue().post([lookup] {
-      if (!lookup->isDone()) askSystem(*lookup);
+      if (!lookup->isDone()) askSystem(*lookup, lookup->name());
     });
   }
 
+  void setAlternative(const std::string& hostName, const std::string& alternative) override {
+    if (isMulticastHostName(hostName) && isUsableHostName(alternative) && !isMulticastHostName(alternative)) {
+      alternatives_.set(hostName, alternative);
+    }
+  }
+
  private:
+  void askDiscovery(const std::shared_ptr<Lookup>& lookup, std::chrono::milliseconds timeout) {
+    const auto alternative = alternatives_.of(lookup->name());
+    const auto patience = alternative ? std::min(timeout, patienceWithAlternative) : timeout;
+    discovery_.resolveHostName(lookup->name(), patience, [lookup, alternative](Addresses addresses) {
+      if (addresses.empty() && alternative) return askAlternative(lookup, *alternative);
+      lookup->succeed(std::move(addresses));
+    });
+  }
+
+  static void askAlternative(const std::shared_ptr<Lookup>& lookup, const std::string& alternative) {
+    if (const auto literal = SocketAddress::fromText(withoutTrailingDot(alternative), 0)) {
+      return lookup->succeed({*literal});
+    }
+    systemLookupQueue().post([lookup, alternative] {
+      if (!lookup->isDone()) askSystem(*lookup, alternative);
+    });
+  }
+
   DNSSD& discovery_;
+  HostAlternatives alternatives_;
 };
 
 }  // namespace

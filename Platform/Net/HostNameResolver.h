@@ -36,6 +36,13 @@ class HostNameResolver {
   virtual void resolve(const std::string& hostName, std::uint16_t port, std::chrono::milliseconds timeout,
                        Completion completion) = 0;
 
+  /// Where a host under .local was reached although discovery may not know it: `alternative` (an IP literal
+  /// or a name that is not under .local) is looked up instead whenever discovery has no quick answer for
+  /// `hostName`. Only the latest thousand or so are kept. Thread: any
+  virtual void setAlternative(const std::string& hostName, const std::string& alternative) {
+    (void)hostName, (void)alternative;
+  }
+
   /// `discovery` answers the names under .local and must outlive the resolver.
   static std::unique_ptr<HostNameResolver> make(DNSSD& discovery);
 };

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include "Platform/Net/HostAlternatives.h"
 #include "Platform/Net/HostNameResolver.h"
 #include "Platform/RunLoop/RunLoop.h"
 #include "Tests/Support/FakeDNSSD.h"
@@ -173,6 +174,40 @@ TEST_F(HostNameResolverTests, LookupUnderWayOutlivesTheResolver) {
   resolver.reset();
   ASSERT_TRUE(answer->wait());
   EXPECT_EQ(answer->count, 1);
+}
+
+TEST_F(HostNameResolverTests, AlternativeAnswersWhereDiscoveryDoesNot) {
+  resolver_->setAlternative("Peer.local.", "10.0.0.7");
+  const auto answer = resolveAndWait("PEER.LOCAL");
+  ASSERT_EQ(answer->addresses.size(), 1u);
+  EXPECT_EQ(answer->addresses.front().hostText(), "10.0.0.7");
+  EXPECT_EQ(answer->addresses.front().port(), 16654);
+}
+
+TEST_F(HostNameResolverTests, DiscoveryComesBeforeAnAlternative) {
+  discovery_.setAddresses("peer.local.", {*SocketAddress::fromText("10.0.0.8", 0)});
+  resolver_->setAlternative("peer.local.", "10.0.0.7");
+  const auto answer = resolveAndWait("peer.local.");
+  ASSERT_EQ(answer->addresses.size(), 1u);
+  EXPECT_EQ(answer->addresses.front().hostText(), "10.0.0.8");
+}
+
+TEST_F(HostNameResolverTests, AlternativesThatLeadNowhereAreNotTaken) {
+  resolver_->setAlternative("peer.local.", "other.local.");
+  resolver_->setAlternative("peer.local.", "no host");
+  resolver_->setAlternative("example.org", "10.0.0.7");
+  const auto answer = resolveAndWait("peer.local.");
+  EXPECT_TRUE(answer->addresses.empty());
+  EXPECT_TRUE(answer->error);
+}
+
+TEST(HostAlternativesTests, OldestGoesWhenFull) {
+  HostAlternatives alternatives;
+  for (std::size_t i = 0; i <= HostAlternatives::capacity; ++i) {
+    alternatives.set("host" + std::to_string(i) + ".local", "10.0.0.1");
+  }
+  EXPECT_FALSE(alternatives.of("host0.local"));
+  EXPECT_EQ(alternatives.of("HOST1.LOCAL."), "10.0.0.1");
 }
 
 }  // namespace
