@@ -13,7 +13,9 @@ namespace ferrox {
 
 namespace {
 
-constexpr std::size_t windowSize = std::size_t{1} << 20;
+/// What one turn moves at most: large enough for the system calls not to count, small enough for a request
+/// behind it not to notice.
+constexpr std::size_t windowSize = std::size_t{512} << 10;
 constexpr std::size_t streamPiece = 64 * 1024;
 
 /// Reads all of `count` bytes or says how far it came; `flags` as for preadv2.

@@ -108,7 +108,8 @@ void ClientConnection::didReceive(std::size_t bytes) {
 }
 
 void ClientConnection::didBecomeWritable() {
-  if (phase_ != Phase::Ended) run();
+  if (phase_ == Phase::Ended) return;
+  return body_ ? runLater() : run();
 }
 
 void ClientConnection::didFail() { end(); }
@@ -116,7 +117,7 @@ void ClientConnection::didFail() { end(); }
 void ClientConnection::abort() { end(); }
 
 void ClientConnection::runLater() {
-  thread_->post([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] {
+  thread_->takeTurn([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] {
     if (self->phase_ != Phase::Ended) self->run();
   });
 }

@@ -7,6 +7,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <ctime>
+#include <deque>
 #include <exception>
 #include <optional>
 #include <thread>
@@ -29,6 +30,8 @@ struct NetworkThread::Impl {
   std::optional<asio::executor_work_guard<Executor>> work;
   Timer sweepTimer{context.get_executor()};
   bool sweepScheduled = false;
+  std::deque<std::function<void()>> turns;
+  bool turnPosted = false;
   bool stopping = false;
   std::unordered_map<Session*, std::shared_ptr<Session>> sessions;
   std::thread thread;
@@ -86,6 +89,25 @@ void NetworkThread::abortSessions() {
 }
 
 void NetworkThread::post(std::function<void()> task) { asio::post(impl_->context, std::move(task)); }
+
+void NetworkThread::takeTurn(std::function<void()> task) {
+  impl_->turns.push_back(std::move(task));
+  postTurn();
+}
+
+void NetworkThread::postTurn() {
+  if (impl_->turnPosted || impl_->turns.empty()) return;
+  impl_->turnPosted = true;
+  post([this] { runTurn(); });
+}
+
+void NetworkThread::runTurn() {
+  impl_->turnPosted = false;
+  const std::function<void()> task = std::move(impl_->turns.front());
+  impl_->turns.pop_front();
+  postTurn();
+  task();
+}
 
 bool NetworkThread::isCurrent() const { return impl_->thread.get_id() == std::this_thread::get_id(); }
 

@@ -33,6 +33,10 @@ class NetworkThread {
   void post(std::function<void()> task);
   bool isCurrent() const;
 
+  /// Runs `task` later, one such task between two looks at the sockets: bulk transfers take turns here, and
+  /// a small request waits for one of their steps at most, however many they are.
+  void takeTurn(std::function<void()> task);
+
   /// Keeps `session` alive and sweeps it until `release`.
   void adopt(std::shared_ptr<Session> session);
   void release(Session& session);
@@ -50,6 +54,8 @@ class NetworkThread {
   boost::asio::io_context& context();
 
  private:
+  void postTurn();
+  void runTurn();
   void scheduleSweep();
   void sweep();
   void abortSessions();
