@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "Platform/HTTP/Server/PageCache.h"
 #include "Platform/HTTP/Server/SocketChannel.h"
 
 namespace ferrox {
@@ -42,7 +43,6 @@ bool appendFromCache(int descriptor, std::uint64_t offset, std::size_t count, st
 }  // namespace
 
 struct BodyTransfer::Fetched {
-  FileWindow window;
   std::string bytes;
   bool wantsBytes = false;
   bool ready = false;
@@ -53,7 +53,6 @@ struct BodyTransfer::Fetched {
   std::size_t length = 0;
 
   void reset() {
-    window.unmap();
     bytes.clear();
     wantsBytes = ready = failed = false;
     length = 0;
@@ -64,7 +63,7 @@ struct BodyTransfer::Fetched {
       bytes.resize(length);
       failed = readAt(descriptor, bytes.data(), length, offset, 0) != length;
     } else {
-      failed = !window.populate();
+      failed = !bringIntoPageCache(descriptor, offset, length);
     }
     ready = true;
   }
@@ -138,8 +137,7 @@ BodyTransfer::Step BodyTransfer::stepStream(std::string& out) {
 
 BodyTransfer::Step BodyTransfer::stepFile(SocketChannel& channel, std::string& out) {
   if (fetched_->failed) return Step::Failed;
-  if (remaining_ <= smallBody && !fetched_->window.isMapped()) return stepTail(out);
-  return channel.isPeerLocal() ? stepMapped(channel) : stepSendfile(channel);
+  return remaining_ <= smallBody ? stepTail(out) : stepSendfile(channel);
 }
 
 BodyTransfer::Step BodyTransfer::stepTail(std::string& out) {
@@ -156,29 +154,11 @@ BodyTransfer::Step BodyTransfer::stepTail(std::string& out) {
   return Step::Advanced;
 }
 
-BodyTransfer::Step BodyTransfer::stepMapped(SocketChannel& channel) {
-  FileWindow& window = fetched_->window;
-  if (!window.isMapped()) {
-    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_ - smallBody, windowSize));
-    if (!window.map(region_.descriptor, region_.offset + offset_, length)) return Step::Failed;
-    windowSent_ = 0;
-    fetched_->ready = isInPageCache(region_.descriptor, region_.offset + offset_, length);
-  }
-  if (!fetched_->ready) return Step::NeedsDisk;
-  const ssize_t sent = channel.sendNow(window.data() + windowSent_, window.length() - windowSent_, true);
-  if (sent < 0) return Step::Failed;
-  windowSent_ += static_cast<std::size_t>(sent);
-  advance(static_cast<std::uint64_t>(sent));
-  if (windowSent_ < window.length()) return Step::Blocked;
-  fetched_->reset();
-  return Step::Advanced;
-}
-
 BodyTransfer::Step BodyTransfer::stepSendfile(SocketChannel& channel) {
   const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_ - smallBody, windowSize));
   const std::uint64_t start = region_.offset + offset_;
   if (!fetched_->ready && !isInPageCache(region_.descriptor, start, length)) {
-    if (!fetched_->window.map(region_.descriptor, start, length)) return Step::Failed;
+    fetched_->length = length;
     return Step::NeedsDisk;
   }
   fetched_->reset();

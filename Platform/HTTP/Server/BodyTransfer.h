@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "Platform/HTTP/Server/FileWindow.h"
 #include "Platform/HTTP/Server/HTTPResponse.h"
 
 namespace ferrox {
@@ -23,7 +22,7 @@ struct BodySegment {
 
 /// Never waits for a disk on the network thread: what is not in memory is brought there by a job for the
 /// disk pool, between two steps. A file that turns out shorter than announced ends the transfer as failed;
-/// the last bytes of a stretch are always read, not mapped, so that a truncation cannot pass unnoticed.
+/// the last bytes of a stretch are always read, so that a truncation cannot pass unnoticed.
 /// Thread: network, except the job
 class BodyTransfer {
  public:
@@ -53,7 +52,6 @@ class BodyTransfer {
  private:
   Step stepFile(SocketChannel& channel, std::string& out);
   Step stepTail(std::string& out);
-  Step stepMapped(SocketChannel& channel);
   Step stepSendfile(SocketChannel& channel);
   Step stepStream(std::string& out);
   Step stepMemory(SocketChannel& channel);
@@ -73,7 +71,6 @@ class BodyTransfer {
   /// What the disk pool fetched for the next step; alone touched by it while a job runs.
   struct Fetched;
   std::shared_ptr<Fetched> fetched_;
-  std::size_t windowSent_ = 0;
 };
 
 }  // namespace ferrox

@@ -1,11 +1,10 @@
-#include "Platform/HTTP/Server/FileWindow.h"
+#include "Platform/HTTP/Server/PageCache.h"
 
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <vector>
 
 #ifndef MADV_POPULATE_READ
 #define MADV_POPULATE_READ 22
@@ -32,39 +31,27 @@ struct CacheCounts {
 
 }  // namespace
 
-bool FileWindow::map(int descriptor, std::uint64_t offset, std::size_t length) {
-  unmap();
-  skew_ = static_cast<std::size_t>(offset % pageSize());
-  mappedLength_ = length + skew_;
-  void* base =
-      ::mmap(nullptr, mappedLength_, PROT_READ, MAP_SHARED, descriptor, static_cast<off_t>(offset - skew_));
-  if (base == MAP_FAILED) return false;
-  base_ = static_cast<char*>(base);
-  length_ = length;
-  return true;
-}
-
-void FileWindow::unmap() {
-  if (base_ != nullptr) ::munmap(base_, mappedLength_);
-  base_ = nullptr;
-  length_ = 0;
-}
-
-bool FileWindow::populate() {
-  while (::madvise(base_, mappedLength_, MADV_POPULATE_READ) != 0) {
-    if (errno == EINTR || errno == EAGAIN) continue;
-    // Linux before 5.14 does not know it: the pages then come in when they are sent.
-    return errno == EINVAL;
-  }
-  return true;
-}
-
 bool isInPageCache(int descriptor, std::uint64_t offset, std::size_t length) {
   CacheRange range{offset, length};
   CacheCounts counts{};
   if (::syscall(cachestatNumber, descriptor, &range, &counts, 0) != 0) return false;
   const std::uint64_t pages = (offset + length - 1) / pageSize() - offset / pageSize() + 1;
   return counts.cached >= pages;
+}
+
+bool bringIntoPageCache(int descriptor, std::uint64_t offset, std::size_t length) {
+  const auto skew = static_cast<std::size_t>(offset % pageSize());
+  void* base =
+      ::mmap(nullptr, length + skew, PROT_READ, MAP_SHARED, descriptor, static_cast<off_t>(offset - skew));
+  if (base == MAP_FAILED) return false;
+  int result = 0;
+  do {
+    result = ::madvise(base, length + skew, MADV_POPULATE_READ);
+  } while (result != 0 && (errno == EINTR || errno == EAGAIN));
+  // Linux before 5.14 does not know it: the pages then come in when they are sent.
+  const bool present = result == 0 || errno == EINVAL;
+  ::munmap(base, length + skew);
+  return present;
 }
 
 }  // namespace ferrox
