@@ -36,6 +36,7 @@ int runCommandLine(int argc, char** argv) {
       "Example:\n  ferrox demo          watch nodes on this machine find each other\n"
       "  ferrox run           a node with a live table of its peers\n"
       "  ferrox run --help    what a node can be told");
+  app.get_formatter()->column_width(34);
   const std::vector<Declared> subcommands = declareAll(app);
   try {
     app.parse(argc, argv);

@@ -9,6 +9,7 @@
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
+#include "Apps/ferrox/Node/Peer.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
 #include "Classes/Discovery/FRXNetService.h"
 #include "Classes/Monitor/FRXHTTPServiceChecker.h"
@@ -26,11 +27,10 @@ class CheckCommand final : public Subcommand {
         ->required()
         ->check(CLI::Validator(
             [](const std::string& text) {
-              const auto address = PeerAddress::fromText(text);
-              return address && address->host == text ? "" : "neither a host name nor an IP address";
+              return FRXPeerAddress::make(text) ? "" : "neither a host name nor an IP address";
             },
             ""));
-    app->add_option("PORT", port_, "a TCP port")->required()->check(CLI::Range(1, 65535));
+    app->add_option("PORT", port_, "a TCP port")->required()->check(CLI::Range(1, 65535).description(""));
     app->add_flag("--http", http_, "by an HTTP HEAD request instead of opening a TCP connection");
     declareNodeOptions(*app, options_, 0);
     app->footer("Example:\n  ferrox check edit-suite-3.local 16654 --http");
@@ -70,7 +70,8 @@ class CheckCommand final : public Subcommand {
 
   int report(bool responded, std::chrono::milliseconds elapsed) const {
     const std::string method = http_ ? "HTTP" : "TCP";
-    const std::string target = PeerAddress{host_, static_cast<std::uint16_t>(port_)}.text();
+    const std::string target =
+        displayAddress(*FRXPeerAddress::make(host_, static_cast<std::uint16_t>(port_)));
     if (!responded) {
       return reportFailure(options_.json,
                            fmt::format("no response from {} ({}, {} ms)", target, method, elapsed.count()));

@@ -22,7 +22,7 @@ class DemoCommand final : public Subcommand {
         "demo", "nodes on this machine find each other, lose one and find it again, with measured times");
     app->add_option("--nodes", nodes_, "how many nodes take part (default: 3)")
         ->type_name("N")
-        ->check(CLI::Range(2, 8));
+        ->check(CLI::Range(2, 8).description(""));
     app->add_option("--interface", interfaces_, "meet over this interface (default: lo, seen by nobody else)")
         ->type_name("NAME")
         ->allow_extra_args(false);

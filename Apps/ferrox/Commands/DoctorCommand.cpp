@@ -20,7 +20,7 @@ class DoctorCommand final : public Subcommand {
  public:
   CLI::App* declare(CLI::App& parent) override {
     CLI::App* app = parent.add_subcommand("doctor", "says in plain words what would keep peers from meeting");
-    declareNodeOptions(*app, options_, wellKnownPort);
+    declareNodeOptions(*app, options_, FRXDefaultPort);
     app->footer(
         "Give it the options that the node is given. Exit status 1 when something would keep peers from\n"
         "meeting. It announces nothing and changes nothing.\n\n"

@@ -23,7 +23,7 @@ class PeersCommand final : public Subcommand, public NodeListener {
         parent.add_subcommand("peers", "who is there: looks for some seconds, prints a table, ends");
     app->add_option("--wait", wait_, "how many seconds to look (default: 3)")
         ->type_name("S")
-        ->check(CLI::Range(0.0, 3600.0));
+        ->check(CLI::Range(0.0, 3600.0).description(""));
     declareNodeOptions(*app, setup_.options, 0);
     app->footer(
         "It only listens: nothing is announced, and nodes of this machine are listed too.\n\n"

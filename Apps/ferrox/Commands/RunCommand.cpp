@@ -28,26 +28,28 @@ class RunSession final : public NodeListener {
 
   int run() {
     RunLoop& loop = RunLoop::main();
-    EventWriter writer(STDOUT_FILENO, [this, &loop](const std::string&) { loop.post([this] { end(); }); });
+    EventWriter writer(STDOUT_FILENO, [&loop](const std::string&) { loop.post(end); });
     node_ = Node::make(setup_, *this);
     makePresenter(writer);
     const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP, SIGWINCH}, [this](int number) {
       if (number != SIGWINCH) return end();
       if (human_ != nullptr) human_->resized();
     });
-    CommandHandler commands(*node_, writer, [this] { end(); });
-    std::unique_ptr<CommandReader> reader;
-    if (setup_.options.json) reader = readCommands(commands);
+    commands_ = std::make_unique<CommandHandler>(*node_, writer, end);
     node_->start();
     loop.run();
     node_->stop();
-    reader.reset();
+    reader_.reset();
     presenter_.reset();
     if (failure_) fmt::print(stderr, "ferrox: cannot start: {}\n", *failure_);
     return failure_ ? ExitFailed : ExitDone;
   }
 
-  void nodeStarted(const NodeIdentity& node) override { presenter_->nodeStarted(node); }
+  void nodeStarted(const NodeIdentity& node) override {
+    presenter_->nodeStarted(node);
+    // Not earlier: no result comes before the node has said that it started.
+    if (setup_.options.json) readCommands();
+  }
   void nodeFailed(const std::string& reason) override {
     failure_ = reason;
     presenter_->nodeFailed(reason);
@@ -81,11 +83,11 @@ class RunSession final : public NodeListener {
     presenter_ = std::move(human);
   }
 
-  static std::unique_ptr<CommandReader> readCommands(CommandHandler& commands) {
-    return std::make_unique<CommandReader>(
+  void readCommands() {
+    reader_ = std::make_unique<CommandReader>(
         STDIN_FILENO, RunLoop::main(),
-        CommandReader::Listener{[&commands](const std::string& line) { commands.handleLine(line); },
-                                [&commands] { commands.reportTooLong(); }, [] {}});
+        CommandReader::Listener{[this](const std::string& line) { commands_->handleLine(line); },
+                                [this] { commands_->reportTooLong(); }, [] {}});
   }
 
   static void end() { RunLoop::main().stop(); }
@@ -94,6 +96,8 @@ class RunSession final : public NodeListener {
   std::shared_ptr<Node> node_;
   std::unique_ptr<NodeListener> presenter_;
   HumanPresenter* human_ = nullptr;
+  std::unique_ptr<CommandHandler> commands_;
+  std::unique_ptr<CommandReader> reader_;
   std::optional<std::string> failure_;
 };
 
@@ -109,7 +113,7 @@ class RunCommand final : public Subcommand {
            "a short text that peers can read in the announcement")
         ->type_name("TEXT")
         ->check(CLI::Validator(checkStatus, ""));
-    declareNodeOptions(*app, setup_.options, wellKnownPort);
+    declareNodeOptions(*app, setup_.options, FRXDefaultPort);
     app->footer(
         "With --json, events come on stdout, one JSON object a line, and commands are read from stdin:\n"
         "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"

@@ -25,7 +25,7 @@ class SearchCommand final : public Subcommand {
         ->required()
         ->check(CLI::Validator(
             [](const std::string& text) {
-              return PeerAddress::fromText(text) ? "" : "neither a host name nor an IP address";
+              return FRXPeerAddress::fromText(text) ? "" : "neither a host name nor an IP address";
             },
             ""));
     declareNodeOptions(*app, options_, 0);
@@ -38,7 +38,7 @@ class SearchCommand final : public Subcommand {
     RunLoop& loop = RunLoop::main();
     std::optional<FetchedService> fetched;
     const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP}, [&loop](int) { loop.stop(); });
-    const PeerAddress address = *PeerAddress::fromText(address_);
+    const FRXPeerAddress address = *FRXPeerAddress::fromText(address_);
     fetchService(*PlatformServices::shared().httpClient, address, [&](const FetchedService& answer) {
       loop.post([&loop, &fetched, answer] {
         fetched = answer;
@@ -48,7 +48,8 @@ class SearchCommand final : public Subcommand {
     loop.run();
     if (!fetched) return ExitInterrupted;
     if (!fetched->service) {
-      return reportFailure(options_.json, address.text() + ": " + fetched->error->localizedDescription);
+      return reportFailure(options_.json,
+                           displayAddress(address) + ": " + fetched->error->localizedDescription);
     }
     return report(*fetched);
   }

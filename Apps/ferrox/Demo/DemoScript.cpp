@@ -14,6 +14,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// For half a second a responder takes a record that it just sent for sent (RFC 6762 section 6), and then
+// keeps a goodbye for it back.
+constexpr std::chrono::milliseconds announcementMemory = 700ms;
+
 std::chrono::milliseconds between(DemoStage::Instant from, DemoStage::Instant to) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(to - from);
 }
@@ -142,7 +146,7 @@ StepOutcome DemoScript::resolve() {
       latest = std::max(latest, event->arrival);
     }
   }
-  return {true, between(begun_, latest), fmt::format("to {}.local and the right ports", stage_.hostName())};
+  return {true, between(begun_, latest), "each to a host name and the port that was published"};
 }
 
 StepOutcome DemoScript::answer() {
@@ -155,9 +159,11 @@ StepOutcome DemoScript::fetchRecords() {
   for (const DemoRole& subject : stage_.roles()) {
     if (&subject == &asking) continue;
     const Instant cause = now();
+    const ChildEvent* found = DemoStage::findAbout(asking, "peerDiscovered", begun_, subject);
+    const FRXValue* host = memberOf(found->members, "service", "hostName");
     asking.node->send({{"cmd", "search"},
                        {"ref", subject.serviceName},
-                       {"address", fmt::format("{}.local:{}", stage_.hostName(), subject.port)}});
+                       {"address", fmt::format("{}:{}", *host->asText(), subject.port)}});
     const auto answered = [&] {
       return DemoStage::find(asking, "result", cause, [&](const FRXValue& members) {
         const FRXValue* ref = members.member("ref");
@@ -241,11 +247,30 @@ StepOutcome DemoScript::findAgain() {
   return answering.succeeded ? outcome : answering;
 }
 
+// A heartbeat of the restarted node, heard by all others: the last packet of its announcement is out then.
+StepOutcome DemoScript::heartbeatOfLast() {
+  const Instant cause = now();
+  std::vector<Expectation> expectations;
+  for (const DemoRole* observer : survivors()) {
+    expectations.push_back({"heartbeat heard by " + observer->computerName, [this, observer, cause] {
+                              return DemoStage::find(
+                                  *observer, "rejoined", cause, [this](const FRXValue& members) {
+                                    const FRXValue* id = members.member("frxId");
+                                    return id != nullptr && *id == FRXValue(last_.serviceName);
+                                  });
+                            }});
+  }
+  return expectAll(expectations, cause, 15s, {});
+}
+
 StepOutcome DemoScript::leavePolitely() {
+  if (const StepOutcome heard = heartbeatOfLast(); !heard.succeeded) return heard;
+  const Instant quiet = now() + announcementMemory;
+  if (!stage_.waitUntil([quiet] { return now() >= quiet; }, 2 * announcementMemory)) return {};
   const Instant cause = now();
   last_.node->send({{"cmd", "quit"}});
   StepOutcome outcome =
-      expectOfSurvivors("peerRemoved", cause, 10s, "it said goodbye, and all others heard it");
+      expectOfSurvivors("peerRemoved", cause, 5s, "it said goodbye, and all others heard it");
   if (!outcome.succeeded) return outcome;
   if (!stage_.waitUntil([this] { return last_.node->status().has_value(); }, 10s) ||
       !endedCleanly(last_.node->status())) {

@@ -52,6 +52,7 @@ class DemoScript {
   StepOutcome expectOfAllPairs(std::string_view event, std::chrono::milliseconds timeout,
                                const std::string& detail);
   StepOutcome published(DemoRole& role, std::chrono::milliseconds timeout);
+  StepOutcome heartbeatOfLast();
   bool survivorsKeptEachOther() const;
   std::vector<DemoRole*> survivors() const;
 

@@ -1,6 +1,5 @@
 #include "Apps/ferrox/Demo/DemoStage.h"
 
-#include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -20,8 +19,7 @@ constexpr std::array<const char*, 8> computerNames{"Edit Suite", "Grading", "Sou
 }  // namespace
 
 DemoStage::DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel)
-    : hostName_(fmt::format("ferrox-demo-{}", getpid())),
-      interfaces_(std::move(interfaces)),
+    : interfaces_(std::move(interfaces)),
       logLevel_(std::move(logLevel)),
       signals_(makeEndSignalDescriptor()) {
   for (std::size_t i = 0; i < std::min(roles, computerNames.size()); ++i) {
@@ -34,14 +32,13 @@ DemoStage::DemoStage(std::size_t roles, std::vector<std::string> interfaces, std
 
 DemoStage::~DemoStage() { ::close(signals_); }
 
+// The host name stays the machine's, which they share with whatever else announces it: two names for one
+// address would collide without end.
 bool DemoStage::start(DemoRole& role, std::string& problem) {
   std::vector<std::string> arguments{
-      "--port",      "0",       "--computer-name", role.computerName, "--device-uuid", role.deviceUUID,
-      "--host-name", hostName_, "--discovery",     "embedded",        "--log-level",   logLevel_};
-  for (const std::string& name : interfaces_) {
-    arguments.emplace_back("--interface");
-    arguments.push_back(name);
-  }
+      "--port",        "0",           "--computer-name", role.computerName, "--device-uuid",
+      role.deviceUUID, "--discovery", "embedded",        "--log-level",     logLevel_};
+  for (const std::string& name : interfaces_) arguments.insert(arguments.end(), {"--interface", name});
   role.node.reset();
   role.node = ChildNode::spawn(arguments, problem);
   return role.node != nullptr;

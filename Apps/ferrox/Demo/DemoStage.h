@@ -34,7 +34,6 @@ class DemoStage {
   DemoStage& operator=(const DemoStage&) = delete;
 
   std::vector<DemoRole>& roles() { return roles_; }
-  const std::string& hostName() const { return hostName_; }
 
   /// False with `problem` when the process cannot be started.
   [[nodiscard]] bool start(DemoRole& role, std::string& problem);
@@ -54,7 +53,6 @@ class DemoStage {
  private:
   void takeIn(std::chrono::milliseconds atMost);
 
-  std::string hostName_;
   std::vector<std::string> interfaces_;
   std::string logLevel_;
   std::vector<DemoRole> roles_;

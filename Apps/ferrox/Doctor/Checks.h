@@ -30,6 +30,6 @@ Examination examinePort(std::uint16_t port);
 Examination examineRecord();
 
 /// Whether each peer that was named answers, by TCP and by HTTP.
-Examination examinePeers(const std::vector<PeerAddress>& peers);
+Examination examinePeers(const std::vector<FRXPeerAddress>& peers);
 
 }  // namespace ferrox::command

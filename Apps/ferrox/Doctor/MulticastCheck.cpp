@@ -79,6 +79,15 @@ Finding findingOf(const MulticastProbe& probe) {
   return out;
 }
 
+bool works(const MulticastProbe& probe) { return probe.problem().empty() && probe.heardBack(); }
+
+// One address family is enough to meet on an interface.
+bool worksOtherwise(const Probes& probes, const MulticastProbe& failed) {
+  return std::any_of(probes.begin(), probes.end(), [&](const auto& probe) {
+    return probe->interface().index == failed.interface().index && works(*probe);
+  });
+}
+
 // On loopback, discovery speaks IPv4 only.
 bool isExamined(const dnssd::NetworkInterface& interface, bool overIPv6) {
   if (overIPv6) return interface.hasIPv6 && !interface.loopback;
@@ -105,7 +114,11 @@ Examination examineMulticast(const std::vector<dnssd::NetworkInterface>& used,
     listen(probes, begun + share);
   }
   Examination out{"multicast", "Multicast on the interfaces used", {}};
-  for (const auto& probe : probes) out.findings.push_back(findingOf(*probe));
+  for (const auto& probe : probes) {
+    Finding finding = findingOf(*probe);
+    if (finding.verdict == Verdict::Bad && worksOtherwise(probes, *probe)) finding.verdict = Verdict::Note;
+    out.findings.push_back(std::move(finding));
+  }
   if (out.findings.empty()) out.findings.push_back({Verdict::Bad, "there is no interface to send on", {}});
   return out;
 }

@@ -37,14 +37,14 @@ struct Connected final : TCPClientSocketListener {
   std::chrono::steady_clock::time_point ended;
 };
 
-Finding tryTCP(const PeerAddress& peer) {
+Finding tryTCP(const FRXPeerAddress& peer) {
   const PlatformServices& services = PlatformServices::shared();
   const auto listener = std::make_shared<Connected>();
   const auto socket = services.makeTCPSocket();
   socket->setDelegate(listener);
   const auto begun = std::chrono::steady_clock::now();
   FRXError error;
-  if (!socket->connectToHost(peer.host, peer.port, connectTimeout, &error)) {
+  if (!socket->connectToHost(peer.host(), peer.port(), connectTimeout, &error)) {
     listener->finish(error.localizedDescription);
   }
   if (!services.mainLoop->runUntil([&] { return listener->done; },
@@ -56,12 +56,12 @@ Finding tryTCP(const PeerAddress& peer) {
   const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(listener->ended - begun).count();
   const bool good = !listener->problem;
   return {good ? Verdict::Good : Verdict::Bad,
-          good ? fmt::format("{} accepts TCP connections ({} ms)", peer.text(), elapsed)
-               : fmt::format("{} accepts no TCP connection: {}", peer.text(), *listener->problem),
-          {{"peer", peer.text()}, {"method", "tcp"}, {"ok", good}, {"milliseconds", elapsed}}};
+          good ? fmt::format("{} accepts TCP connections ({} ms)", displayAddress(peer), elapsed)
+               : fmt::format("{} accepts no TCP connection: {}", displayAddress(peer), *listener->problem),
+          {{"peer", displayAddress(peer)}, {"method", "tcp"}, {"ok", good}, {"milliseconds", elapsed}}};
 }
 
-Finding tryHTTP(const PeerAddress& peer) {
+Finding tryHTTP(const FRXPeerAddress& peer) {
   const PlatformServices& services = PlatformServices::shared();
   struct Answer {
     std::optional<FetchedService> fetched;
@@ -71,23 +71,28 @@ Finding tryHTTP(const PeerAddress& peer) {
     RunLoop::main().post([answer, fetched] { answer->fetched = fetched; });
   });
   if (!services.mainLoop->runUntil([&] { return answer->fetched.has_value(); }, std::chrono::seconds(12))) {
-    return {Verdict::Bad, peer.text() + " does not answer HTTP", {{"peer", peer.text()}, {"ok", false}}};
+    return {Verdict::Bad,
+            displayAddress(peer) + " does not answer HTTP",
+            {{"peer", displayAddress(peer)}, {"ok", false}}};
   }
   const FetchedService& fetched = *answer->fetched;
   const bool good = fetched.service != nullptr;
-  return {
-      good ? Verdict::Good : Verdict::Bad,
-      good ? fmt::format("{} is the node \"{}\" ({} ms)", peer.text(), displayName(*fetched.service),
-                         fetched.elapsed.count())
-           : fmt::format("{} gives no service record: {}", peer.text(), fetched.error->localizedDescription),
-      {{"peer", peer.text()}, {"method", "http"}, {"ok", good}, {"milliseconds", fetched.elapsed.count()}}};
+  return {good ? Verdict::Good : Verdict::Bad,
+          good ? fmt::format("{} is the node \"{}\" ({} ms)", displayAddress(peer),
+                             displayName(*fetched.service), fetched.elapsed.count())
+               : fmt::format("{} gives no service record: {}", displayAddress(peer),
+                             fetched.error->localizedDescription),
+          {{"peer", displayAddress(peer)},
+           {"method", "http"},
+           {"ok", good},
+           {"milliseconds", fetched.elapsed.count()}}};
 }
 
 }  // namespace
 
-Examination examinePeers(const std::vector<PeerAddress>& peers) {
+Examination examinePeers(const std::vector<FRXPeerAddress>& peers) {
   Examination out{"peers", "Peers named by address", {}};
-  for (const PeerAddress& peer : peers) {
+  for (const FRXPeerAddress& peer : peers) {
     out.findings.push_back(tryTCP(peer));
     if (out.findings.back().verdict == Verdict::Good) out.findings.push_back(tryHTTP(peer));
   }

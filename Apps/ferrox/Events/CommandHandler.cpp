@@ -73,7 +73,7 @@ void CommandHandler::peers(const Command& command) {
 
 void CommandHandler::search(const Command& command) {
   const std::string* text = command.text("address");
-  const auto address = text == nullptr ? std::nullopt : PeerAddress::fromText(*text);
+  const auto address = text == nullptr ? std::nullopt : FRXPeerAddress::fromText(*text);
   if (!address) return fail(command, R"("address" must be HOST, HOST:PORT or an IP address)");
   node_.search(*address, [this, command](const FetchedService& fetched) {
     if (!fetched.service) return fail(command, fetched.error->localizedDescription);

@@ -61,7 +61,7 @@ EventWriter::~EventWriter() {
   {
     std::unique_lock lock(mutex_);
     drained_.wait_for(lock, std::chrono::seconds(2),
-                      [this] { return closed_ || (waiting_.empty() && !writing_); });
+                      [this] { return closed_ || (waiting_.empty() && unwritten_ == 0); });
   }
   stopped_ = true;
   eventfd_write(wakeDescriptor_, 1);
@@ -78,7 +78,7 @@ void EventWriter::writeText(const std::string& text) {
   {
     const std::lock_guard lock(mutex_);
     if (closed_) return;
-    overfull = waiting_.size() + text.size() > maxWaiting;
+    overfull = waiting_.size() + unwritten_ + text.size() > maxWaiting;
     if (!overfull) waiting_ += text;
   }
   if (overfull) close("the reader of the output does not read");
@@ -86,18 +86,16 @@ void EventWriter::writeText(const std::string& text) {
 }
 
 void EventWriter::work() {
-  std::string lines;
   while (waitForWork()) {
     {
       const std::lock_guard lock(mutex_);
-      if (lines.empty()) lines = std::exchange(waiting_, {});
-      writing_ = !lines.empty();
+      if (unwritten_ == 0) {
+        lines_ = std::exchange(waiting_, {});
+        written_ = 0;
+        unwritten_ = lines_.size();
+      }
     }
-    if (!lines.empty() && !writeSome(lines)) return;
-    if (!lines.empty()) continue;
-    const std::lock_guard lock(mutex_);
-    writing_ = false;
-    if (waiting_.empty()) drained_.notify_all();
+    if (!writeSome()) return;
   }
 }
 
@@ -108,7 +106,7 @@ bool EventWriter::waitForWork() {
     bool pending = false;
     {
       const std::lock_guard lock(mutex_);
-      pending = writing_ || !waiting_.empty();
+      pending = unwritten_ > 0 || !waiting_.empty();
     }
     pollfd watched[2] = {{descriptor_, static_cast<short>(pending ? POLLOUT : 0), 0},
                          {wakeDescriptor_, POLLIN, 0}};
@@ -122,10 +120,15 @@ bool EventWriter::waitForWork() {
 }
 
 // At most PIPE_BUF bytes at once: that much never blocks on a pipe which poll called writable.
-bool EventWriter::writeSome(std::string& lines) {
-  const ssize_t written = ::write(descriptor_, lines.data(), std::min<std::size_t>(lines.size(), PIPE_BUF));
-  if (written < 0 && errno != EINTR && errno != EAGAIN) return close(std::strerror(errno)), false;
-  if (written > 0) lines.erase(0, static_cast<std::size_t>(written));
+bool EventWriter::writeSome() {
+  const std::size_t size = std::min<std::size_t>(lines_.size() - written_, PIPE_BUF);
+  const ssize_t count = ::write(descriptor_, lines_.data() + written_, size);
+  if (count < 0 && errno != EINTR && errno != EAGAIN) return close(std::strerror(errno)), false;
+  if (count <= 0) return true;
+  written_ += static_cast<std::size_t>(count);
+  const std::lock_guard lock(mutex_);
+  unwritten_ = lines_.size() - written_;
+  if (unwritten_ == 0 && waiting_.empty()) drained_.notify_all();
   return true;
 }
 

@@ -43,7 +43,7 @@ class EventWriter {
  private:
   void work();
   bool waitForWork();
-  bool writeSome(std::string& lines);
+  bool writeSome();
   void close(const std::string& reason);
 
   const int descriptor_;
@@ -53,9 +53,14 @@ class EventWriter {
   std::mutex mutex_;
   std::condition_variable drained_;
   std::string waiting_;
-  bool writing_ = false;
+  /// Taken out of `waiting_` and not written yet.
+  std::size_t unwritten_ = 0;
   std::atomic<bool> stopped_ = false;
   std::atomic<bool> closed_ = false;
+
+  // The writing thread's own.
+  std::string lines_;
+  std::size_t written_ = 0;
 
   std::thread thread_;
 };

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "Apps/ferrox/Node/PeerSearch.h"
 #include "Classes/Capabilities/FRXProjectSharingCapability.h"
 #include "Classes/Capabilities/FRXStreamingCapability.h"
+#include "Classes/Discovery/FRXAddressSearch.h"
 #include "Classes/Discovery/FRXBrowser.h"
 #include "Classes/Discovery/FRXNetService.h"
 #include "Classes/HTTPServer/FRXServer.h"
@@ -45,7 +45,7 @@ void Node::start() {
 
 void Node::stop() {
   if (!std::exchange(running_, false)) return;
-  search_.reset();
+  searches_.clear();
   statusTimer_.reset();
   offersTimer_.reset();
   rejoined_.reset();
@@ -122,14 +122,10 @@ void Node::startBrowsing() {
         }
       });
   browser->startBrowsingForServicesOfType(serviceType, "");
-  search_ = std::make_unique<PeerSearch>(
-      *services_.mainLoop, setup_.options.peers,
-      [](const PeerAddress& address, std::function<void(bool)> done) {
-        FRXBrowser::sharedInstance()->searchForServiceAtAddress(
-            address.host, address.port,
-            [done = std::move(done)](bool success, const std::optional<FRXError>&) { done(success); });
-      });
-  search_->start();
+  for (const FRXPeerAddress& address : setup_.options.peers) {
+    searches_.push_back(std::make_shared<FRXAddressSearch>(*browser, *services_.mainLoop, address));
+    searches_.back()->start();
+  }
   offersTimer_ = Timer::scheduleRepeating(*services_.mainLoop, offersInterval, [this] { askAllForOffers(); });
 }
 
@@ -141,7 +137,7 @@ FRXDictionary Node::describe(const Peer& peer) const {
   return members;
 }
 
-void Node::search(const PeerAddress& address, std::function<void(FetchedService)> completion) {
+void Node::search(const FRXPeerAddress& address, std::function<void(FetchedService)> completion) {
   fetchService(*services_.httpClient, address,
                [weak = weak_from_this(), completion = std::move(completion)](const FetchedService& fetched) {
                  RunLoop::main().post([weak, completion, fetched] {
@@ -202,7 +198,6 @@ void Node::remoteFRXServiceRemoved(const std::shared_ptr<FRXNetService>& service
   const auto peer = peers_.find(*service);
   if (!peer || !peers_.remove(*service)) return;
   listener_.peerRemoved(*peer);
-  search_->searchAgain();
 }
 
 void Node::remoteFRXServiceBecameResponsive(const std::shared_ptr<FRXNetService>& service) {
@@ -211,7 +206,6 @@ void Node::remoteFRXServiceBecameResponsive(const std::shared_ptr<FRXNetService>
 
 void Node::remoteFRXServiceBecameUnresponsive(const std::shared_ptr<FRXNetService>& service) {
   peerChangedState(service, PeerState::Unresponsive);
-  search_->searchAgain();
 }
 
 void Node::peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerState state) {

@@ -16,14 +16,13 @@
 #include "Platform/Notifications/NotificationDispatcher.h"
 
 namespace ferrox {
+class FRXAddressSearch;
 class FRXServer;
 class Timer;
 struct PlatformServices;
 }  // namespace ferrox
 
 namespace ferrox::command {
-
-class PeerSearch;
 
 struct NodeSetup {
   NodeOptions options;
@@ -53,7 +52,7 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   FRXDictionary describe(const Peer& peer) const;
 
   /// Asks the address for its record and adopts it; `completion` is called on the main thread.
-  void search(const PeerAddress& address, std::function<void(FetchedService)> completion);
+  void search(const FRXPeerAddress& address, std::function<void(FetchedService)> completion);
   /// False, with the reason, when the text does not fit a TXT record.
   [[nodiscard]] bool setStatus(const std::string& text, std::string& problem);
   /// Publishes again under a newly made service name, which `completion` gets on the main thread.
@@ -85,7 +84,7 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   std::string status_;
   PeerTable peers_;
   std::shared_ptr<FRXServer> server_;
-  std::unique_ptr<PeerSearch> search_;
+  std::vector<std::shared_ptr<FRXAddressSearch>> searches_;
   std::unique_ptr<Timer> statusTimer_;
   std::unique_ptr<Timer> offersTimer_;
   NotificationDispatcher::TokenRef rejoined_;

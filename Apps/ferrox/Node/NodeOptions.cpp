@@ -47,7 +47,7 @@ std::string checkInterface(const std::string& text) {
 }
 
 std::string checkPeer(const std::string& text) {
-  return PeerAddress::fromText(text) ? "" : "a peer is HOST, HOST:PORT, an IPv6 address or [IPv6]:PORT";
+  return FRXPeerAddress::fromText(text) ? "" : "a peer is HOST, HOST:PORT, an IPv6 address or [IPv6]:PORT";
 }
 
 std::string upperCasedAscii(std::string text) {
@@ -93,12 +93,12 @@ void declareDiscovery(CLI::App& subcommand, NodeOptions& options) {
           "--discovery", [&options](const std::string& text) { options.discovery = backEnds.at(text); },
           "auto: the system's daemon when one runs, else embedded (default: auto)")
       ->type_name("auto|embedded|avahi|off")
-      ->check(CLI::IsMember(backEnds));
+      ->check(CLI::IsMember(backEnds).description(""));
   subcommand
       .add_option_function<std::vector<std::string>>(
           "--peer",
           [&options](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) options.peers.push_back(*PeerAddress::fromText(text));
+            for (const std::string& text : texts) options.peers.push_back(*FRXPeerAddress::fromText(text));
           },
           "a peer to look up by address, where multicast does not reach; repeatable, retried")
       ->type_name("HOST[:PORT]")
@@ -125,7 +125,7 @@ void declareOutputOptions(CLI::App& subcommand, NodeOptions& options) {
           "--log-level", [&options](const std::string& text) { options.logLevel = levels.at(text); },
           "of the lines on stderr (default: warn)")
       ->type_name("verbose|debug|warn|error")
-      ->check(CLI::IsMember(levels));
+      ->check(CLI::IsMember(levels).description(""));
 }
 
 void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort) {
@@ -134,7 +134,7 @@ void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_
       .add_option("--port", options.port,
                   fmt::format("HTTP port; 0 means any free one (default: {})", defaultPort))
       ->type_name("N")
-      ->check(CLI::Range(0, 65535));
+      ->check(CLI::Range(0, 65535).description(""));
   declareIdentity(subcommand, options);
   declareDiscovery(subcommand, options);
   declareOutputOptions(subcommand, options);

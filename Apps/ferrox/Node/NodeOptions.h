@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Apps/ferrox/Node/PeerAddress.h"
+#include "Classes/Discovery/FRXPeerAddress.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/Log/Log.h"
 
@@ -25,7 +25,7 @@ struct NodeOptions {
   std::optional<std::string> hostName;
   std::vector<std::string> interfaces;
   DNSSDConfiguration::BackEnd discovery = DNSSDConfiguration::BackEnd::Auto;
-  std::vector<PeerAddress> peers;
+  std::vector<FRXPeerAddress> peers;
   bool json = false;
   LogLevel logLevel = LogLevel::Warn;
 };

@@ -33,6 +33,11 @@ std::string displayAddress(const FRXNetService& service) {
   return host + ":" + std::to_string(service.port());
 }
 
+std::string displayAddress(const FRXPeerAddress& address) {
+  const bool bracketed = address.host().find(':') != std::string::npos;
+  return (bracketed ? "[" + address.host() + "]" : address.host()) + ":" + std::to_string(address.port());
+}
+
 FRXDictionary recordOf(const FRXNetService& service) {
   const auto text = [](const std::optional<std::string>& value) {
     return value ? FRXValue(*value) : FRXValue();

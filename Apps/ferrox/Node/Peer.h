@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "Classes/Discovery/FRXPeerAddress.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -34,6 +35,8 @@ struct Peer {
 std::string displayName(const FRXNetService& service);
 /// "host.local:16654", in lower case and without the root's dot.
 std::string displayAddress(const FRXNetService& service);
+/// "HOST:PORT", an IPv6 address in brackets.
+std::string displayAddress(const FRXPeerAddress& address);
 /// The record's four members.
 FRXDictionary recordOf(const FRXNetService& service);
 

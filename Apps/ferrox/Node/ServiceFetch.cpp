@@ -56,7 +56,7 @@ HTTPClientRequest request(std::string url) {
 
 }  // namespace
 
-void fetchService(HTTPClient& client, const PeerAddress& address,
+void fetchService(HTTPClient& client, const FRXPeerAddress& address,
                   std::function<void(FetchedService)> completion) {
   HTTPClientCallbacks callbacks;
   callbacks.onCompletion = [completion = std::move(completion), begun = std::chrono::steady_clock::now()](
@@ -72,7 +72,7 @@ void fetchService(HTTPClient& client, const PeerAddress& address,
 void fetchOfferCounts(HTTPClient& client, const FRXNetService& service,
                       std::function<void(std::optional<OfferCounts>)> completion) {
   // The name was announced by the peer; only a proper host name may become part of a URL.
-  const std::optional<PeerAddress> address = PeerAddress::fromText(displayAddress(service));
+  const std::optional<FRXPeerAddress> address = FRXPeerAddress::fromText(displayAddress(service));
   HTTPClientCallbacks callbacks;
   callbacks.onCompletion = [completion = std::move(completion)](const std::optional<FRXError>& failure,
                                                                 const HTTPClientResponse& response) {

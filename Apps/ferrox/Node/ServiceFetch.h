@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "Apps/ferrox/Node/PeerAddress.h"
+#include "Classes/Discovery/FRXPeerAddress.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
@@ -29,7 +29,7 @@ struct FetchedService {
 
 /// GET /service at the address; at most 10 s without progress. `completion` is called once, on a callback
 /// thread of the client. Thread: any
-void fetchService(HTTPClient& client, const PeerAddress& address,
+void fetchService(HTTPClient& client, const FRXPeerAddress& address,
                   std::function<void(FetchedService)> completion);
 
 struct OfferCounts {

@@ -37,9 +37,8 @@ std::vector<std::size_t> TextTable::columnWidths(std::size_t width) const {
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i].text));
   }
-  const std::size_t gaps = columns_.empty() ? 0 : gap * (columns_.size() - 1);
   const auto total = [&] {
-    std::size_t sum = gaps;
+    std::size_t sum = widths.empty() ? 0 : gap * (widths.size() - 1);
     for (const std::size_t w : widths) sum += w;
     return sum;
   };
@@ -48,6 +47,8 @@ std::vector<std::size_t> TextTable::columnWidths(std::size_t width) const {
   const std::vector<std::size_t> one(widths.size(), 1);
   while (total() > width && shrinkWidest(widths, one)) {
   }
+  // Even one character each may be too much; then the last columns are left out.
+  while (widths.size() > 1 && total() > width) widths.pop_back();
   return widths;
 }
 
@@ -55,7 +56,7 @@ std::string TextTable::line(const std::vector<TableCell>& cells, const std::vect
                             const Style& style) const {
   std::string out;
   std::string blanks;
-  for (std::size_t i = 0; i < cells.size(); ++i) {
+  for (std::size_t i = 0; i < widths.size(); ++i) {
     if (i > 0) blanks.append(gap, ' ');
     const std::string text = shortened(cells[i].text, widths[i]);
     const std::size_t rest = widths[i] - std::min(widths[i], displayWidth(text));
