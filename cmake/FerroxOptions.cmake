@@ -19,7 +19,9 @@ endif()
 
 find_program(FERROX_CCACHE ccache)
 if(FERROX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${FERROX_CCACHE}")
+  # Without this sloppiness ccache passes by what uses a precompiled header.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros
+      "${FERROX_CCACHE}")
 endif()
 
 # Carried by our own targets only, never by what a consumer compiles.

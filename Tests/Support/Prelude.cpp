@@ -1,0 +1,1 @@
+// Carries the precompiled header that all test programs share; see Tests/CMakeLists.txt.
