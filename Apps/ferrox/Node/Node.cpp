@@ -77,10 +77,9 @@ void Node::startServer(const std::string& serviceName) {
   listener_.nodeStarted({server_->frxServerId(), server_->port(), HostIdentity::current()->computerName(),
                          FRXUtilities::currentDeviceUUID().value_or(""),
                          std::string(services_.discovery->backEndName())});
-  if (setup_.status) {
-    std::string problem;
-    if (!setStatus(*setup_.status, problem)) listener_.nodeFailed(problem);
-  }
+  // The record is empty until it is written for the first time; peers should not wait for a heartbeat.
+  std::string problem;
+  if (!setStatus(setup_.status.value_or(""), problem)) listener_.nodeFailed(problem);
   startBrowsing();
 }
 
