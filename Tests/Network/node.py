@@ -55,6 +55,13 @@ class JsonProcess:
             if matches(event):
                 return event
 
+    def ever(self, what, matches, timeout):
+        """Like `wait`, but an event that was passed on the way to another one counts as well."""
+        for event in self.events:
+            if matches(event):
+                return event
+        return self.wait(what, matches, timeout)
+
     def never(self, what, matches, seconds):
         """Fails if a matching event arrives within `seconds`."""
         deadline = time.monotonic() + seconds

@@ -125,7 +125,8 @@ class Conflicts(ProbeCase):
         newcomer = self.probe(3)
         found = {event["name"]: event["port"] for event in (newcomer.wait_for("resolved") for _ in range(2))}
         self.assertEqual(found, {names[0]: 4001, names[1]: 4002})
-        newcomer.wait_for("txt", names[1], txt={"A": "1"})
+        newcomer.ever("its record", lambda event: event["event"] == "txt" and event["name"] == names[1]
+                      and event["txt"] == {"A": "1"}, 8)
 
     def test_a_name_of_63_bytes_is_replaced_within_63_bytes(self):
         name = "N" * 63

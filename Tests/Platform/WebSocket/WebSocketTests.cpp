@@ -93,8 +93,8 @@ class Endpoint : public WebSocketListener {
 
   std::mutex mutex;
   std::condition_variable changed;
-  int opened = 0;
-  int closed = 0;
+  std::atomic<int> opened = 0;
+  std::atomic<int> closed = 0;
   std::vector<std::string> received;
   bool echoes = true;
 };
@@ -321,7 +321,7 @@ TEST_F(WebSocketTest, APeerThatDoesNotReadIsCutAtTheQueueLimit) {
 }
 
 TEST_F(WebSocketTest, ASilentPeerIsPingedThenCut) {
-  limits.webSocketIdleTimeout = 400ms;
+  limits.webSocketIdleTimeout = 1s;
   start();
   RawSocket client = open();
   for (int i = 0; i < 2; ++i) {
