@@ -15,8 +15,9 @@ namespace ferrox {
 namespace {
 
 /// What one turn moves at most: large enough for the system calls not to count, small enough for a request
-/// behind it not to notice.
+/// behind it not to notice. Over loopback the reader takes the bytes from the same caches, so less is better.
 constexpr std::size_t windowSize = std::size_t{512} << 10;
+constexpr std::size_t remoteWindowSize = std::size_t{2} << 20;
 constexpr std::size_t streamPiece = 64 * 1024;
 
 /// Reads all of `count` bytes or says how far it came; `flags` as for preadv2.
@@ -155,7 +156,8 @@ BodyTransfer::Step BodyTransfer::stepTail(std::string& out) {
 }
 
 BodyTransfer::Step BodyTransfer::stepSendfile(SocketChannel& channel) {
-  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_ - smallBody, windowSize));
+  const std::size_t window = channel.isPeerLocal() ? windowSize : remoteWindowSize;
+  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_ - smallBody, window));
   const std::uint64_t start = region_.offset + offset_;
   if (!fetched_->ready && !isInPageCache(region_.descriptor, start, length)) {
     fetched_->length = length;

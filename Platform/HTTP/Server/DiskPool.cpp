@@ -1,6 +1,10 @@
 #include "Platform/HTTP/Server/DiskPool.h"
 
 #include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <deque>
@@ -14,6 +18,18 @@
 
 namespace ferrox {
 
+namespace {
+
+/// A network thread that shares a core with the pool goes first: it holds the small answers.
+void giveWayToNetworkThreads() {
+  const auto thread = static_cast<id_t>(::syscall(SYS_gettid));
+  ::setpriority(PRIO_PROCESS, thread, 10);
+  const sched_param none{};
+  ::sched_setscheduler(static_cast<pid_t>(thread), SCHED_BATCH, &none);
+}
+
+}  // namespace
+
 struct DiskPool::Impl {
   std::mutex mutex;
   std::condition_variable wake;
@@ -25,6 +41,7 @@ struct DiskPool::Impl {
 
   void work() {
     ::pthread_setname_np(::pthread_self(), "frx-disk");
+    giveWayToNetworkThreads();
     for (;;) {
       std::function<void()> job;
       {
