@@ -59,6 +59,8 @@ class FRXValue {
   const FRXValue* member(std::string_view key) const;
 
   const Storage& storage() const { return storage_; }
+  /// To move the content out.
+  Storage& storage() { return storage_; }
   bool operator==(const FRXValue&) const = default;
 
  private:

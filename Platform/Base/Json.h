@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,12 +24,41 @@ struct JsonLimits {
 [[nodiscard]] std::optional<FRXValue> parseJson(std::string_view text, FRXError* error = nullptr,
                                                 const JsonLimits& limits = {});
 
+inline constexpr const char* JsonErrorDomain = "com.ferrox.json.ErrorDomain";
+/// The text is JSON, but its top level is no object.
+inline constexpr int JsonErrorNotAnObject = 5;
+
+/// Takes the members of an object one by one.
+class JsonMembers {
+ public:
+  virtual void onMember(std::string_view key, FRXValue&& value) = 0;
+
+ protected:
+  ~JsonMembers() = default;
+};
+
+/// Reads one JSON text whose top level is an object and hands over its members in the order of the text, a
+/// repeated one each time, without building the object: for records of a known shape. False, with `error`
+/// filled, as `parseJson`; what was handed over until then is of no use.
+/// Thread: any
+[[nodiscard]] bool readJsonObject(std::string_view text, JsonMembers& members, FRXError* error = nullptr,
+                                  const JsonLimits& limits = {});
+
 /// Compact JSON text of a value. Nothing when the value holds what JSON cannot carry: a date, a number that
 /// is not finite, or text that is not UTF-8; and when it is nested more than 512 levels deep.
 /// Thread: any
 [[nodiscard]] std::optional<std::string> writeJson(const FRXValue& value);
 
-/// Appends `text` as a quoted JSON string. The text must be UTF-8; for fixed-shape documents on hot paths.
+/// Whether `writeJson` would write it. Thread: any
+[[nodiscard]] bool isWritableJson(const FRXDictionary& object);
+
+// For documents of a fixed shape on hot paths. Thread: any
+
+/// Appends `text` as a quoted JSON string. The text must be UTF-8.
 void appendJsonString(std::string& out, std::string_view text);
+/// Appends decimal digits.
+void appendJsonInteger(std::string& out, std::int64_t number);
+/// Appends the object. False, with an incomplete text, when `writeJson` would not write it.
+[[nodiscard]] bool appendJsonObject(std::string& out, const FRXDictionary& object);
 
 }  // namespace ferrox

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Platform/Base/Json.h"
 
@@ -89,6 +93,42 @@ TEST(Json, RefusesMalformedText) {
 
 TEST(Json, NeedsNoPlaceForAnError) { EXPECT_FALSE(parseJson("[")); }
 
+TEST(Json, ReadsTheNearestDouble) {
+  // Read digit by digit in floating point, each of these would be off by one place.
+  const std::pair<const char*, double> samples[] = {
+      {"0.1", 0.1},
+      {"5e-324", 5e-324},
+      {"2.2250738585072011e-308", 2.2250738585072011e-308},
+      {"1.7976931348623157e308", 1.7976931348623157e308},
+      {"9007199254740993.0", 9007199254740992.0},
+      {"3.0540412E5", 305404.12},
+      {"[123456789012345678901234567890]", 123456789012345678901234567890.0},
+      {"8.988465674311581e307", 8.988465674311581e307},
+      {"6.631236846766476e-316", 6.631236846766476e-316}};
+  for (const auto& [text, number] : samples) {
+    const auto read = parseJson(text);
+    ASSERT_TRUE(read) << text;
+    EXPECT_EQ(*(read->asArray() ? read->asArray()->front() : *read).asDouble(), number) << text;
+  }
+  EXPECT_EQ(parseJson("1e-400"), FRXValue(0.0)) << "too small to be told from 0";
+}
+
+TEST(Json, RandomDoublesReadBackTheSame) {
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 20000; ++i) {
+    const auto number = std::bit_cast<double>(random());
+    if (!std::isfinite(number)) continue;
+    ASSERT_EQ(parseJson(writeJson(number).value()), FRXValue(number)) << *writeJson(number);
+  }
+}
+
+TEST(Json, ReadsTextsWithEscapesThatAreLongerThanAnyBufferOnTheWay) {
+  std::string plain;
+  for (int i = 0; i < 3000; ++i) plain += "\n\"" + std::to_string(i) + std::string(3, 'x');
+  const FRXValue value(FRXDictionary{{plain, plain}, {"a", FRXArray{plain, 1.5, plain}}});
+  EXPECT_EQ(parseJson(writeJson(value).value()), value);
+}
+
 TEST(Json, ReadsUpToTheDepthLimitAndNotBeyond) {
   EXPECT_TRUE(parseJson(nested(JsonLimits().depth)));
   EXPECT_FALSE(parseJson(nested(JsonLimits().depth + 1)));
@@ -108,6 +148,56 @@ TEST(Json, ReadsTextLargerThanItsFirstBuffer) {
   FRXArray array;
   for (int i = 0; i < 5000; ++i) array.emplace_back("element " + std::to_string(i));
   EXPECT_EQ(parseJson(writeJson(array).value()), FRXValue(array));
+}
+
+struct RecordedMembers : JsonMembers {
+  void onMember(std::string_view key, FRXValue&& value) override {
+    seen.emplace_back(std::string(key), std::move(value));
+  }
+  std::vector<std::pair<std::string, FRXValue>> seen;
+};
+
+TEST(Json, HandsOverTheMembersOfAnObjectInOrderWithNestedOnesInside) {
+  RecordedMembers members;
+  ASSERT_TRUE(readJsonObject(
+      R"( {"b":1,"a":{"x":[1,{"y":null}],"x":2},"a":[],"a rather long key with \u0041n escape":"t","":-1.5} )",
+      members));
+  const std::vector<std::pair<std::string, FRXValue>> expected{{"b", 1},
+                                                               {"a", FRXDictionary{{"x", 2}}},
+                                                               {"a", FRXArray{}},
+                                                               {"a rather long key with An escape", "t"},
+                                                               {"", -1.5}};
+  EXPECT_EQ(members.seen, expected);
+}
+
+TEST(Json, HandsOverNothingOfAnEmptyObject) {
+  RecordedMembers members;
+  EXPECT_TRUE(readJsonObject("{}", members));
+  EXPECT_TRUE(members.seen.empty());
+}
+
+TEST(Json, ATopLevelThatIsNoObjectHasNoMembers) {
+  for (const char* text : {"[]", "[{\"a\":1}]", "\"a\"", "1", "1.5", "true", "null", " [ 1 "}) {
+    RecordedMembers members;
+    FRXError error;
+    EXPECT_FALSE(readJsonObject(text, members, &error)) << text;
+    EXPECT_EQ(error.code, JsonErrorNotAnObject) << text;
+    EXPECT_TRUE(members.seen.empty()) << text;
+  }
+}
+
+TEST(Json, ReadingMembersRefusesWhatReadingValuesRefuses) {
+  for (const char* text : {"", "{", "{\"a\":1", "{\"a\":1}}", "{\"a\":1e999}", "{\"a\":[1,}", "{\"a\" 1}"}) {
+    RecordedMembers members;
+    FRXError error;
+    EXPECT_FALSE(readJsonObject(text, members, &error)) << text;
+    EXPECT_NE(error.code, 0) << text;
+    EXPECT_NE(error.code, JsonErrorNotAnObject) << text;
+  }
+  RecordedMembers members;
+  EXPECT_TRUE(readJsonObject(R"({"a":[[]]})", members, nullptr, {.depth = 3}));
+  EXPECT_FALSE(readJsonObject(R"({"a":[[[]]]})", members, nullptr, {.depth = 3}));
+  EXPECT_FALSE(readJsonObject(R"({"a":1})", members, nullptr, {.bytes = 6}));
 }
 
 TEST(Json, WritesCompactText) {
@@ -150,6 +240,30 @@ TEST(Json, RefusesToWriteWhatJsonCannotCarry) {
   EXPECT_FALSE(writeJson("\xff"));
   EXPECT_FALSE(writeJson(FRXDictionary{{"a", FRXArray{1, FRXDate{}}}}));
   EXPECT_FALSE(writeJson(FRXDictionary{{"\xc3", 1}}));
+}
+
+TEST(Json, AnObjectIsWritableExactlyWhenItIsWritten) {
+  FRXValue deep;
+  for (int i = 0; i < 511; ++i) deep = FRXArray{std::move(deep)};
+  const FRXDictionary samples[] = {{},
+                                   {{"a", FRXArray{1, "x", FRXDictionary{{"b", true}}}}, {"n", nullptr}},
+                                   {{"a", deep}},
+                                   {{"a", FRXArray{deep}}},
+                                   {{"a", FRXDate{}}},
+                                   {{"a", FRXArray{FRXDictionary{{"b", FRXDate{}}}}}},
+                                   {{"a", std::nan("")}},
+                                   {{"a", "\xff"}},
+                                   {{"\xc3", 1}}};
+  int written = 0;
+  for (const FRXDictionary& sample : samples) {
+    std::string text = "before ";
+    EXPECT_EQ(isWritableJson(sample), writeJson(sample).has_value());
+    EXPECT_EQ(isWritableJson(sample), appendJsonObject(text, sample));
+    if (!isWritableJson(sample)) continue;
+    EXPECT_EQ(text, "before " + *writeJson(sample));
+    ++written;
+  }
+  EXPECT_EQ(written, 3);
 }
 
 TEST(Json, WritesUpToItsDepthAndNotBeyond) {
