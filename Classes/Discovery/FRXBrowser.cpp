@@ -134,6 +134,10 @@ void FRXBrowser::startBrowsingForServicesOfType(const std::string& type, const s
         const auto browser = weak.lock();
         return browser ? browser->serviceWithId(serviceId) : nullptr;
       });
+  LocalServiceDirectory::setSessionSource([weak = weak_from_this()] {
+    const auto browser = weak.lock();
+    return browser ? browser->serviceSessionId() : std::string();
+  });
 }
 
 void FRXBrowser::stopBrowsingForServices() {

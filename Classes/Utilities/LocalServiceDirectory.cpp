@@ -10,6 +10,7 @@ struct Directory {
   std::mutex mutex;
   LocalServiceDirectory::ServerSource serverSource;
   LocalServiceDirectory::ServiceLookup serviceLookup;
+  LocalServiceDirectory::SessionSource sessionSource;
 };
 
 // Never destroyed: background threads may still ask while the process ends.
@@ -39,6 +40,11 @@ void LocalServiceDirectory::setServiceLookup(ServiceLookup lookup) {
   directory().serviceLookup = std::move(lookup);
 }
 
+void LocalServiceDirectory::setSessionSource(SessionSource source) {
+  const std::lock_guard lock(directory().mutex);
+  directory().sessionSource = std::move(source);
+}
+
 std::optional<std::string> LocalServiceDirectory::frxServerId() {
   auto server = localServer();
   if (!server) return std::nullopt;
@@ -57,6 +63,15 @@ std::shared_ptr<FRXNetService> LocalServiceDirectory::serviceWithId(const std::s
     lookup = directory().serviceLookup;
   }
   return lookup ? lookup(serviceId) : nullptr;
+}
+
+std::string LocalServiceDirectory::serviceSessionId() {
+  SessionSource source;
+  {
+    const std::lock_guard lock(directory().mutex);
+    source = directory().sessionSource;
+  }
+  return source ? source() : std::string();
 }
 
 }  // namespace ferrox

@@ -22,17 +22,22 @@ class LocalServiceDirectory {
   };
   using ServerSource = std::function<std::optional<LocalServer>()>;
   using ServiceLookup = std::function<std::shared_ptr<FRXNetService>(const std::string& serviceId)>;
+  using SessionSource = std::function<std::string()>;
 
   /// Answers for the local server, nothing while there is none. An empty function takes the answer away.
   static void setServerSource(ServerSource source);
   /// Answers the known instance that published this service id (the browser's `serviceWithId`).
   static void setServiceLookup(ServiceLookup lookup);
+  /// Answers the browsing session of this instance (the browser's `serviceSessionId`).
+  static void setSessionSource(SessionSource source);
 
   /// The published service id of the local server.
   static std::optional<std::string> frxServerId();
   /// The port of the local server, 0 while there is none.
   static std::uint16_t serverPort();
   static std::shared_ptr<FRXNetService> serviceWithId(const std::string& serviceId);
+  /// "" while there is none.
+  static std::string serviceSessionId();
 };
 
 }  // namespace ferrox

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
@@ -45,15 +46,24 @@ class FRXWebsocketMessage {
                                                std::optional<std::string> messageResponse,
                                                std::optional<FRXDictionary> userInfo);
 
-  /// Reads one message. Nothing, with `error` filled, for text that is not JSON, is no object, is nested too
-  /// deeply, holds a number that is not finite, or whose "timestamp" is no number. All else is taken as it
-  /// comes: no member is required, "type" and "port" may be digits in a string, a member of another type
-  /// counts as absent.
+  /// Reads one message. Nothing, with `error` filled, for text that is not JSON, is no object, is longer or
+  /// nested deeper than `JsonLimits` allows, holds a number that is not finite, or whose "timestamp" is no
+  /// number. All else is taken as it comes:
+  ///  - no member is required, the last of a repeated one counts, and one of another type counts as absent;
+  ///  - "type" and "port" may be digits in a string: blanks before them and a sign are accepted, reading
+  ///  stops
+  ///    at the first character that is no digit, and without digits the number is 0;
+  ///  - a fraction is cut off, a number beyond 64 bits becomes the nearest that fits; then "type" keeps its
+  ///    lower 32 bits;
+  ///  - a "timestamp" beyond what `FRXDate` can hold (the years 1677 to 2262) becomes the nearest that fits.
   [[nodiscard]] static std::optional<FRXWebsocketMessage> fromJson(std::string_view json,
                                                                    FRXError* error = nullptr);
-  /// Compact JSON with all nine members. Nothing when `userInfo` holds what JSON cannot carry. Throws
-  /// `std::logic_error` when there is no id: that is a mistake of the caller.
+  /// Compact JSON with all nine members, the timestamp in whole milliseconds. Nothing when it holds what JSON
+  /// cannot carry (see `writeJson`). Throws `std::logic_error` when there is no id: that is a mistake of the
+  /// caller.
   [[nodiscard]] std::optional<std::string> toJson() const;
+  /// Whether `toJson` would write it: it has an id and holds nothing that JSON cannot carry.
+  [[nodiscard]] bool isWritable() const;
 
   FRXMessageType messageType() const { return messageType_; }
   const std::optional<std::string>& id() const { return id_; }
@@ -68,7 +78,9 @@ class FRXWebsocketMessage {
   const std::string& serviceSessionId() const { return serviceSessionId_; }
 
  private:
+  class Reader;
   FRXWebsocketMessage() = default;
+  bool hasWritableTexts() const;
 
   FRXMessageType messageType_ = FRXMessageType::FRXMessageTypeNotification;
   std::optional<std::string> id_;

@@ -150,6 +150,7 @@ class BrowserFixture : public ::testing::Test {
     settle();
     RoutingHTTPConnection::forgetDelegates();
     LocalServiceDirectory::setServiceLookup({});
+    LocalServiceDirectory::setSessionSource({});
     LocalServiceDirectory::setServerSource({});
     PeerConnector::setRegistered(nullptr);
   }
