@@ -1,13 +1,11 @@
 #include "Platform/WebSocket/WebSocketEndpoint.h"
 
-#include <wslay/wslay.h>
-
-#include <algorithm>
-#include <cstring>
+#include <exception>
 
 #include "Platform/HTTP/Server/NetworkThread.h"
 #include "Platform/HTTP/Server/SocketChannel.h"
 #include "Platform/Log/Log.h"
+#include "Platform/WebSocket/WebSocketFraming.h"
 
 namespace ferrox {
 
@@ -15,86 +13,8 @@ namespace {
 
 constexpr std::size_t inputSize = 16 * 1024;
 constexpr std::size_t keptOutput = 64 * 1024;
-constexpr std::size_t maxReason = 122;  // what the framing library takes; the protocol's own limit is 123
 
 }  // namespace
-
-/// The framing library with its callbacks. It sees bytes only, never the socket.
-struct WebSocketEndpoint::Framing {
-  explicit Framing(WebSocketEndpoint& owner, std::size_t maxMessage) : endpoint(owner), limit(maxMessage) {
-    wslay_event_callbacks callbacks{};
-    callbacks.recv_callback = &take;
-    callbacks.send_callback = &give;
-    callbacks.on_frame_recv_start_callback = &frameStarts;
-    callbacks.on_frame_recv_chunk_callback = &chunkArrives;
-    callbacks.on_msg_recv_callback = &messageEnds;
-    if (wslay_event_context_server_init(&context, &callbacks, this) != 0) throw std::bad_alloc();
-    // Unbuffered: the library keeps a list node for each fragment, which a peer can multiply at will.
-    wslay_event_config_set_no_buffering(context, 1);
-    wslay_event_config_set_max_recv_msg_length(context, limit);
-  }
-  ~Framing() { wslay_event_context_free(context); }
-  Framing(const Framing&) = delete;
-  Framing& operator=(const Framing&) = delete;
-
-  static ssize_t take(wslay_event_context_ptr context, std::uint8_t* to, std::size_t count, int, void* self) {
-    std::string_view& input = static_cast<Framing*>(self)->input;
-    if (input.empty()) {
-      wslay_event_set_error(context, WSLAY_ERR_WOULDBLOCK);
-      return -1;
-    }
-    const std::size_t taken = std::min(count, input.size());
-    std::memcpy(to, input.data(), taken);
-    input.remove_prefix(taken);
-    return static_cast<ssize_t>(taken);
-  }
-  static ssize_t give(wslay_event_context_ptr, const std::uint8_t* from, std::size_t count, int, void* self) {
-    static_cast<Framing*>(self)->endpoint.output_.append(reinterpret_cast<const char*>(from), count);
-    return static_cast<ssize_t>(count);
-  }
-  static void frameStarts(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg* frame,
-                          void* self) {
-    auto& framing = *static_cast<Framing*>(self);
-    framing.controlFrame = wslay_is_ctrl_frame(frame->opcode) != 0;
-    // The library takes half a close code for none.
-    const bool halfCode = frame->opcode == WSLAY_CONNECTION_CLOSE && frame->payload_length == 1;
-    if (halfCode) return framing.endpoint.fail(WSLAY_CODE_PROTOCOL_ERROR);
-    if (framing.controlFrame) return;
-    if (frame->opcode == WSLAY_BINARY_FRAME) return framing.endpoint.fail(WSLAY_CODE_UNSUPPORTED_DATA);
-    if (frame->payload_length > framing.limit - framing.endpoint.message_.size()) {
-      framing.endpoint.fail(WSLAY_CODE_MESSAGE_TOO_BIG);
-    }
-  }
-  static void chunkArrives(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg* chunk,
-                           void* self) {
-    auto& framing = *static_cast<Framing*>(self);
-    if (framing.controlFrame || framing.failed) return;
-    framing.endpoint.message_.append(reinterpret_cast<const char*>(chunk->data), chunk->data_length);
-  }
-  static void messageEnds(wslay_event_context_ptr, const wslay_event_on_msg_recv_arg* message, void* self) {
-    auto& framing = *static_cast<Framing*>(self);
-    if (framing.failed || wslay_is_ctrl_frame(message->opcode) != 0) return;
-    framing.endpoint.messageEnded(message->opcode == WSLAY_TEXT_FRAME);
-  }
-
-  void queue(std::uint8_t opcode, std::string_view payload) const {
-    const wslay_event_msg message{opcode, reinterpret_cast<const std::uint8_t*>(payload.data()),
-                                  payload.size()};
-    // Refused once a close frame is queued: nothing may follow it (RFC 6455 section 5.5.1).
-    (void)wslay_event_queue_msg(context, &message);
-  }
-  void queueClose(std::uint16_t code, std::string_view reason) const {
-    (void)wslay_event_queue_close(context, code, reinterpret_cast<const std::uint8_t*>(reason.data()),
-                                  std::min(reason.size(), maxReason));
-  }
-
-  WebSocketEndpoint& endpoint;
-  const std::size_t limit;
-  wslay_event_context_ptr context = nullptr;
-  std::string_view input;
-  bool controlFrame = false;
-  bool failed = false;
-};
 
 WebSocketEndpoint::WebSocketEndpoint(std::shared_ptr<NetworkThread> thread, const HTTPServerLimits& limits,
                                      const SocketChannel& channel, std::shared_ptr<void> keepAlive)
@@ -108,7 +28,8 @@ WebSocketEndpoint::~WebSocketEndpoint() = default;
 
 void WebSocketEndpoint::open(std::unique_ptr<SocketChannel> channel, std::shared_ptr<WebSocket> socket,
                              std::string answer, std::string_view received) {
-  framing_ = std::make_unique<Framing>(*this, limits_.webSocketMessage);
+  framing_ = std::make_unique<WebSocketFraming>(WebSocketFraming::Role::Server, limits_.webSocketMessage,
+                                                [this](std::string_view text) { receivedText(text); });
   channel_ = std::move(channel);
   channel_->enableKeepAliveProbes();
   socket_ = std::move(socket);
@@ -120,7 +41,7 @@ void WebSocketEndpoint::open(std::unique_ptr<SocketChannel> channel, std::shared
   if (phase_ == Phase::Ended) return;
   tellListener([this](WebSocketListener& listener) { listener.webSocketDidOpen(*socket_); });
   const std::string behind(received);
-  consume(behind);
+  framing_->read(behind);
   pump();
   armReceive();
 }
@@ -144,39 +65,16 @@ void WebSocketEndpoint::didReceive(std::size_t bytes) {
   lastHeard_ = thread_->now();
   pinged_ = false;
   if (phase_ != Phase::Draining) {
-    consume({input_.data(), bytes});
+    framing_->read({input_.data(), bytes});
     pump();
   }
   armReceive();
 }
 
-void WebSocketEndpoint::consume(std::string_view bytes) {
-  framing_->input = bytes;
-  const bool sound = wslay_event_recv(framing_->context) == 0;
-  framing_->input = {};
-  if (sound) return;
-  // The library has queued a close frame without a code; ours, which says what was wrong, takes its place.
-  framing_->failed = true;
-  wslay_event_shutdown_write(framing_->context);
-  output_.append({'\x88', 2, static_cast<char>(WSLAY_CODE_PROTOCOL_ERROR >> 8),
-                  static_cast<char>(WSLAY_CODE_PROTOCOL_ERROR & 0xFF)});
-  if (phase_ == Phase::Open) enter(Phase::Closing);
-}
-
-void WebSocketEndpoint::fail(std::uint16_t code) {
-  if (framing_->failed) return;
-  framing_->failed = true;
-  framing_->queueClose(code, {});
-  wslay_event_shutdown_read(framing_->context);
-}
-
-void WebSocketEndpoint::messageEnded(bool isText) {
-  if (isText && phase_ == Phase::Open) {
-    tellListener(
-        [this](WebSocketListener& listener) { listener.webSocketDidReceiveMessage(*socket_, message_); });
-  }
-  message_.clear();
-  if (message_.capacity() > keptOutput) message_.shrink_to_fit();
+void WebSocketEndpoint::receivedText(std::string_view text) {
+  if (phase_ != Phase::Open) return;
+  tellListener(
+      [this, text](WebSocketListener& listener) { listener.webSocketDidReceiveMessage(*socket_, text); });
 }
 
 void WebSocketEndpoint::tellListener(const std::function<void(WebSocketListener&)>& tell) {
@@ -233,9 +131,9 @@ void WebSocketEndpoint::takePosted() {
     closing.swap(postedClosing_);
   }
   for (const std::string& text : posted) {
-    framing_->queue(WSLAY_TEXT_FRAME, text);
+    framing_->queueText(text);
     queuedBytes_ -= text.size();
-    if (wslay_event_send(framing_->context) != 0) break;
+    if (!framing_->write(output_)) break;
   }
   if (closing) framing_->queueClose(closing->code, closing->reason);
 }
@@ -246,12 +144,12 @@ void WebSocketEndpoint::pump() {
     return end();
   }
   takePosted();
-  if (wslay_event_send(framing_->context) != 0) return end();
-  if (phase_ == Phase::Open && wslay_event_get_close_sent(framing_->context) != 0) enter(Phase::Closing);
+  if (!framing_->write(output_)) return end();
+  if (phase_ == Phase::Open && framing_->hasWrittenClose()) enter(Phase::Closing);
   if (!flush() || phase_ != Phase::Closing) return;
   // Reading is over after the peer's close frame or an error of its. The peer may still be sending, and
   // closing with bytes unread would reset the connection and could take our close frame with it.
-  if (wslay_event_get_read_enabled(framing_->context) == 0) {
+  if (!framing_->isReading()) {
     channel_->shutDownSending();
     enter(Phase::Draining);
   }
@@ -295,7 +193,7 @@ void WebSocketEndpoint::sweep(Instant) {
   if (phase_ == Phase::Open && !pinged_ &&
       thread_->hasExpired(lastHeard_, limits_.webSocketIdleTimeout / 2)) {
     pinged_ = true;
-    framing_->queue(WSLAY_PING, {});
+    framing_->queuePing();
     pump();
   }
 }

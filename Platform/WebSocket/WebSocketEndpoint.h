@@ -19,6 +19,7 @@ namespace ferrox {
 
 class NetworkThread;
 class SocketChannel;
+class WebSocketFraming;
 
 /// Made before the upgrade is answered, opened afterwards; what is sent before then waits.
 /// Thread: network; the WebSocketTransport operations any
@@ -45,7 +46,6 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   void abort() override;
 
  private:
-  struct Framing;
   struct Closing {
     std::uint16_t code;
     std::string reason;
@@ -53,9 +53,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   enum class Phase { Waiting, Open, Closing, Draining, Ended };
 
   void armReceive();
-  void consume(std::string_view bytes);
-  void fail(std::uint16_t code);
-  void messageEnded(bool isText);
+  void receivedText(std::string_view text);
   void takePosted();
   void schedule();
   /// Frames what waits and sends it; ends the connection when both sides are done.
@@ -72,7 +70,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   std::shared_ptr<void> keepAlive_;
   std::unique_ptr<SocketChannel> channel_;
   std::shared_ptr<WebSocket> socket_;
-  std::unique_ptr<Framing> framing_;
+  std::unique_ptr<WebSocketFraming> framing_;
   Phase phase_ = Phase::Waiting;
   Instant phaseSince_;
   Instant lastHeard_;
@@ -81,7 +79,6 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   bool awaitingWritable_ = false;
   bool receiving_ = false;
   std::vector<char> input_;
-  std::string message_;
   std::string output_;
   std::size_t outputSent_ = 0;
 
