@@ -6,7 +6,7 @@
 
 #include "Platform/DNSSD/DiscoveryEngine.h"
 #include "Platform/DNSSD/DiscoveryThread.h"
-#include "Platform/DNSSD/MainLoopLink.h"
+#include "Platform/RunLoop/MainLoopLink.h"
 
 namespace ferrox::dnssd {
 

@@ -1,11 +1,11 @@
-// The way from the discovery thread to the main loop, which may end before the discovery thread does.
+// The way from another thread to the main loop, which may end before that thread does.
 #pragma once
 
 #include <mutex>
 
 #include "Platform/RunLoop/RunLoop.h"
 
-namespace ferrox::dnssd {
+namespace ferrox {
 
 /// Thread: any
 class MainLoopLink {
@@ -27,4 +27,4 @@ class MainLoopLink {
   RunLoop* loop_;
 };
 
-}  // namespace ferrox::dnssd
+}  // namespace ferrox
