@@ -56,12 +56,13 @@ class WebSocketClientDelegate {
  public:
   virtual ~WebSocketClientDelegate() = default;
   virtual void webSocketDidOpen(WebSocketClient& socket) { (void)socket; }
-  /// Connecting failed, or an open connection broke.
+  /// Connecting failed, or an open connection broke. A failed look-up or connection keeps its own domain.
   virtual void webSocketDidFailWithError(WebSocketClient& socket, const FRXError& error) {
     (void)socket, (void)error;
   }
   /// `code` is the peer's close code, 1005 when it gave none, 1006 when a connection that this side was
-  /// closing ended without a close frame. `wasClean`: both sides sent theirs.
+  /// closing ended without a close frame; or the code with which this side refused what the peer sent, not
+  /// clean. `wasClean`: both sides sent their close frame.
   virtual void webSocketDidCloseWithCode(WebSocketClient& socket, int code, const std::string& reason,
                                          bool wasClean) {
     (void)socket, (void)code, (void)reason, (void)wasClean;
@@ -74,7 +75,8 @@ class WebSocketClientDelegate {
 /// Sends and receives text. Everything sent in one turn of the main loop leaves in one send, in order with
 /// pongs and close frames. Pings are answered. A binary message is refused with close code 1003, one above
 /// the size limit with 1009, text that is not UTF-8 with 1007. A peer that sends more than the main thread
-/// takes is not read any further until it has caught up. Dropping the last reference cuts the connection.
+/// takes is not read any further until it has caught up. Dropping the last reference cuts the connection, or
+/// lets a closing handshake that has begun end by itself.
 /// Thread: main
 class WebSocketClient {
  public:
