@@ -111,7 +111,6 @@ class WebSocketClientConnection final : public std::enable_shared_from_this<WebS
   std::optional<WebSocketClientSession> session_;
   std::optional<IOThread::Id> watch_;
   std::uint32_t watched_ = 0;
-  std::uint32_t ready_ = 0;
   std::optional<IOThread::Id> deadline_;
   ReceivedTexts received_;
   TimePoint lastHeard_{};
