@@ -35,6 +35,7 @@ class NoTransport : public WebSocketTransport {
  public:
   void sendText(std::string) override {}
   void close(std::uint16_t, std::string) override {}
+  void setReading(bool) override {}
   std::string connectedHost() const override { return "127.0.0.1"; }
   std::uint16_t localPort() const override { return 16654; }
 };

@@ -149,6 +149,12 @@ void FRXBrowser::stopBrowsingForServices() {
   state_->local.forgetAnnounced();
 }
 
+void FRXBrowser::refresh() {
+  assert(state_->isMainThread());
+  state_->services.discovery->refresh();
+  for (const auto& record : currentServices()) checkAtOnce(*record);
+}
+
 bool FRXBrowser::checksNewServicesAtOnce() const { return state_->checksNewServicesAtOnce; }
 void FRXBrowser::setChecksNewServicesAtOnce(bool checks) { state_->checksNewServicesAtOnce = checks; }
 
@@ -354,6 +360,14 @@ void FRXBrowser::lookUpServiceAtAddress(const std::string& address, std::uint16_
 void FRXBrowser::rememberRoute(const FRXNetService& record, const std::string& host) const {
   if (state_->services.resolver == nullptr || !record.hostName()) return;
   state_->services.resolver->setAlternative(*record.hostName(), host);
+}
+
+void FRXBrowser::monitorServiceAtAddress(std::shared_ptr<FRXNetService> service, const std::string& address) {
+  // The route to a peer that is known already is not changed by whoever connects under its name.
+  if (service && !address.empty() && !state_->peers.contains(*service) && !isThisInstance(*service)) {
+    rememberRoute(*service, address);
+  }
+  monitorService(std::move(service));
 }
 
 void FRXBrowser::monitorService(std::shared_ptr<FRXNetService> service) {

@@ -82,6 +82,10 @@ class FRXBrowser : public ConnectionRequestDelegate,
   /// Ends browsing and forgets every peer, without telling listener or monitor. The monitor goes on.
   void stopBrowsingForServices();
 
+  /// Asks the network again and checks every known peer, at once: for a machine that has just woken up, or
+  /// whose network changed.
+  void refresh();
+
   /// Off by default. On: a peer that becomes known is checked at once instead of at the monitor's next tick.
   bool checksNewServicesAtOnce() const;
   void setChecksNewServicesAtOnce(bool checks);
@@ -112,6 +116,7 @@ class FRXBrowser : public ConnectionRequestDelegate,
   /// Adopts a peer learned of without DNS-SD, later, on the main thread. Known peers, this instance itself
   /// and records that cannot belong to a peer are ignored. Thread: any
   void monitorService(std::shared_ptr<FRXNetService> service) override;
+  void monitorServiceAtAddress(std::shared_ptr<FRXNetService> service, const std::string& address) override;
 
   // This instance
 

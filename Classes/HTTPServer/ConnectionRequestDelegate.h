@@ -2,6 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <utility>
 
 namespace ferrox {
 
@@ -13,6 +15,12 @@ class ConnectionRequestDelegate {
   virtual ~ConnectionRequestDelegate() = default;
   /// An instance has connected and said where it can be reached. Thread: network
   virtual void monitorService(std::shared_ptr<FRXNetService> service) = 0;
+  /// The same, with the address it connected from, by which it can be reached where the host name in its
+  /// record means nothing. Thread: network
+  virtual void monitorServiceAtAddress(std::shared_ptr<FRXNetService> service, const std::string& address) {
+    (void)address;
+    monitorService(std::move(service));
+  }
   /// This instance as the network knows it, or an empty pointer. Thread: any
   virtual std::shared_ptr<FRXNetService> localFRXService() const = 0;
 };

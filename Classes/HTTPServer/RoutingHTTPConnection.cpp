@@ -115,7 +115,7 @@ bool isPlausibleHostName(std::string_view name) {
 
 /// Tells the browser of an instance that connected and said where it can be reached.
 void announceConnectingService(const std::map<std::string, std::string>& parameters,
-                               const std::string& frxId) {
+                               const std::string& frxId, const std::string& address) {
   constexpr std::int64_t largestPort = 65'535;
   const auto host = parameters.find("hostname");
   const auto portText = parameters.find("port");
@@ -129,7 +129,7 @@ void announceConnectingService(const std::map<std::string, std::string>& paramet
     return;
   }
   if (const auto delegate = RoutingHTTPConnection::connectionRequestDelegate()) {
-    delegate->monitorService(std::make_shared<FRXNetService>(hostName, port, frxId));
+    delegate->monitorServiceAtAddress(std::make_shared<FRXNetService>(hostName, port, frxId), address);
   }
 }
 
@@ -240,7 +240,7 @@ std::shared_ptr<WebSocket> RoutingHTTPConnection::webSocketForURI(
     FRX_LOG_ERROR("WebSocket connection request didn't contain required url parameter \"id\"");
     return nullptr;
   }
-  announceConnectingService(parameters, *id);
+  announceConnectingService(parameters, *id, transport ? transport->connectedHost() : std::string());
 
   WebSocketFactory factory;
   {

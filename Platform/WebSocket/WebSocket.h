@@ -31,6 +31,9 @@ class WebSocketTransport {
   virtual void sendText(std::string text) = 0;
   /// Starts the closing handshake.
   virtual void close(std::uint16_t code, std::string reason) = 0;
+  /// Off: nothing more is read from the peer, who comes to wait, until it is switched on again. Messages that
+  /// have been read already still arrive.
+  virtual void setReading(bool reading) = 0;
   /// The peer's address without a port.
   virtual std::string connectedHost() const = 0;
   virtual std::uint16_t localPort() const = 0;
@@ -51,6 +54,7 @@ class WebSocket {
   void close(std::uint16_t code = 1000, std::string reason = {}) {
     transport_->close(code, std::move(reason));
   }
+  void setReading(bool reading) { transport_->setReading(reading); }
   std::string connectedHost() const { return transport_->connectedHost(); }
   std::uint16_t localPort() const { return transport_->localPort(); }
 

@@ -53,7 +53,7 @@ void WebSocketEndpoint::enter(Phase phase) {
 
 void WebSocketEndpoint::armReceive() {
   // A peer that does not take our answers is not read any further.
-  if (phase_ == Phase::Ended || awaitingWritable_ || receiving_) return;
+  if (phase_ == Phase::Ended || awaitingWritable_ || receiving_ || paused_) return;
   receiving_ = true;
   channel_->receive(input_, shared_from_this());
 }
@@ -106,6 +106,19 @@ void WebSocketEndpoint::close(std::uint16_t code, std::string reason) {
     postedClosing_ = Closing{code, std::move(reason)};
   }
   schedule();
+}
+
+void WebSocketEndpoint::setReading(bool reading) {
+  if (!thread_->isCurrent()) {
+    return thread_->post([weak = weak_from_this(), reading] {
+      if (const auto self = weak.lock()) static_cast<WebSocketEndpoint&>(*self).setReading(reading);
+    });
+  }
+  if (paused_ == !reading || phase_ == Phase::Ended) return;
+  paused_ = !reading;
+  // The pause was ours: it says nothing about the peer.
+  lastHeard_ = thread_->now();
+  if (phase_ != Phase::Waiting) armReceive();
 }
 
 void WebSocketEndpoint::schedule() {
@@ -189,6 +202,7 @@ void WebSocketEndpoint::sweep(Instant) {
   const bool closing = phase_ == Phase::Closing || phase_ == Phase::Draining;
   if (closing && thread_->hasExpired(phaseSince_, limits_.webSocketCloseTimeout)) return end();
   if (awaitingWritable_ && thread_->hasExpired(lastSent_, limits_.bodyTimeout)) return end();
+  if (paused_) return;
   if (thread_->hasExpired(lastHeard_, limits_.webSocketIdleTimeout)) return end();
   if (phase_ == Phase::Open && !pinged_ &&
       thread_->hasExpired(lastHeard_, limits_.webSocketIdleTimeout / 2)) {

@@ -36,6 +36,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
 
   void sendText(std::string text) override;
   void close(std::uint16_t code, std::string reason) override;
+  void setReading(bool reading) override;
   std::string connectedHost() const override { return peerHost_; }
   std::uint16_t localPort() const override { return localPort_; }
 
@@ -78,6 +79,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   bool pinged_ = false;
   bool awaitingWritable_ = false;
   bool receiving_ = false;
+  bool paused_ = false;
   std::vector<char> input_;
   std::string output_;
   std::size_t outputSent_ = 0;
