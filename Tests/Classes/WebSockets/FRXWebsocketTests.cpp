@@ -197,6 +197,7 @@ TEST_F(FRXWebsocketTests, APeerThatDoesNotReadItsAnswersIsCutWithoutDelayingOthe
   ASSERT_EQ(upgrade(deaf, "DEAF"), 101);
   const std::string query =
       textFrame(R"({"type":2,"id":"X","subject":")" + std::string(60 * 1024, 's') + "\"}");
+  deaf.setDeadline(std::chrono::milliseconds(500));
   std::thread asking([&] {
     for (int i = 0; i < 2000 && deaf.send(query); ++i) {
     }
