@@ -85,6 +85,14 @@ class Host:
         """Adds an iptables rule inside the host."""
         return sh("ip", "netns", "exec", self.namespace, "iptables", "-w", "5", "-A", *rule)
 
+    def lose_packets(self, probability):
+        """Drops that part of what comes in, of every kind; 0 ends it."""
+        for filter_of in ("iptables", "ip6tables"):
+            sh("ip", "netns", "exec", self.namespace, filter_of, "-w", "5", "-F", "INPUT")
+            if probability > 0:
+                sh("ip", "netns", "exec", self.namespace, filter_of, "-w", "5", "-A", "INPUT", "-i", "eth0",
+                   "-m", "statistic", "--mode", "random", "--probability", probability, "-j", "DROP")
+
     def block_multicast(self):
         """As in networks that keep their guests apart: no DNS-SD goes out, neither over IPv4 nor over IPv6."""
         for filter_of in ("iptables", "ip6tables"):
@@ -146,6 +154,19 @@ class Network:
         except BaseException:
             self.close()
             raise
+
+    def split(self, hosts):
+        """Moves `hosts` to a network of their own, their links keeping the carrier."""
+        sh("ip", "-n", self.bridge, "link", "add", "br1", "type", "bridge", "mcast_snooping", "0")
+        sh("ip", "-n", self.bridge, "link", "set", "br1", "up")
+        for host in hosts:
+            sh("ip", "-n", self.bridge, "link", "set", host.port, "master", "br1")
+
+    def join(self):
+        """Undoes `split`."""
+        for host in self.hosts:
+            sh("ip", "-n", self.bridge, "link", "set", host.port, "master", "br0")
+        sh("ip", "-n", self.bridge, "link", "del", "br1")
 
     def close(self):
         for host in self.hosts:

@@ -74,6 +74,14 @@ class JsonProcess:
             if matches(event):
                 raise AssertionError(f"{what} although it must not: {event}")
 
+    def seen(self):
+        """Every event so far."""
+        while True:
+            try:
+                self.events.append(self._waiting.get_nowait())
+            except queue.Empty:
+                return self.events
+
     def kill(self):
         os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait(timeout=10)
