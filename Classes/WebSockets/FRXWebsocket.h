@@ -55,7 +55,7 @@ class FRXWebsocket final : public WebSocket,
   void sendJson(const FRXWebsocketMessage& message);
 
   const std::optional<std::string> frxId_;
-  const FRXGraphQLInterpreter graphQLInterpreter_;
+  const FRXGraphQLInterpreter graphQLInterpreter_{};
   RunLoop& mainLoop_;
   std::atomic<std::size_t> undelivered_{0};
 };

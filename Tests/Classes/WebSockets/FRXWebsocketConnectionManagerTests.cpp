@@ -28,7 +28,7 @@ TEST_F(FRXWebsocketConnectionManagerTests, TellsThePeerWhereThisInstanceCanBeRea
   manager->connectToService(addPeer("a.local."));
   EXPECT_EQ(
       last().url(),
-      "ws://A.LOCAL.:16654/frxsocket?id=0123-MTI=%2FOWN%20MACHINE&hostname=own%20host.local.&port=4711");
+      "ws://A.LOCAL.:16654/frxsocket?id=0123-MTI=%2FOWN%20MACHINE&hostname=OWN%20HOST.LOCAL.&port=4711");
 }
 
 TEST_F(FRXWebsocketConnectionManagerTests, RefusesAddressesThatWouldChangeTheURL) {
