@@ -11,6 +11,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 namespace asio = boost::asio;
 
@@ -32,12 +33,19 @@ struct WatchState {
   bool waitsToWrite = false;
 };
 
+using Instant = std::chrono::steady_clock::time_point;
+
+// Avahi moves its one timeout with every event that it plans or drops, a dozen times for a packet, and
+// setting the system's timer each time cost more than everything else together. So a wait that is under way
+// is only replaced by an earlier one: when it ends too early, or for nothing, it is renewed or forgotten.
 struct TimeoutState {
   asio::steady_timer timer;
   AvahiTimeout* handle = nullptr;
   AvahiTimeoutCallback callback = nullptr;
   void* userdata = nullptr;
-  unsigned generation = 0;  // a wait that completed before it was cancelled must not fire
+  std::optional<Instant> due{};
+  std::optional<Instant> waitsUntil{};
+  unsigned generation = 0;  // a wait that completed before it was replaced must not fire
   bool dead = false;
 };
 
@@ -89,15 +97,25 @@ std::chrono::microseconds untilTime(const timeval& when) {
   return std::max<std::chrono::microseconds>(distance, std::chrono::microseconds(0));
 }
 
-void schedule(const std::shared_ptr<TimeoutState>& state, const timeval* when) {
+void wait(const std::shared_ptr<TimeoutState>& state) {
   const unsigned generation = ++state->generation;
-  state->timer.cancel();
-  if (when == nullptr) return;
-  state->timer.expires_after(untilTime(*when));
+  state->waitsUntil = state->due;
+  state->timer.expires_at(*state->due);
   state->timer.async_wait([state, generation](const boost::system::error_code& error) {
     if (error || state->dead || generation != state->generation) return;
+    state->waitsUntil.reset();
+    if (!state->due) return;
+    if (*state->due > std::chrono::steady_clock::now()) return wait(state);
+    state->due.reset();
     state->callback(state->handle, state->userdata);
   });
+}
+
+void schedule(const std::shared_ptr<TimeoutState>& state, const timeval* when) {
+  state->due.reset();
+  if (when == nullptr) return;
+  state->due = std::chrono::steady_clock::now() + untilTime(*when);
+  if (!state->waitsUntil || *state->due < *state->waitsUntil) wait(state);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <boost/asio/io_context.hpp>
@@ -9,6 +11,16 @@
 #include <vector>
 
 #include "Platform/DNSSD/AvahiPollAdapter.h"
+
+namespace {
+int systemTimerSettings = 0;
+}
+
+/// Stands in for the C library's, to count what the reactor asks of the system.
+extern "C" int timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* previous) noexcept {
+  ++systemTimerSettings;
+  return static_cast<int>(syscall(SYS_timerfd_settime, fd, flags, value, previous));
+}
 
 namespace ferrox::dnssd {
 namespace {
@@ -199,6 +211,59 @@ TEST_F(AvahiPollAdapterTest, ADisabledOrFreedTimeoutIsSilent) {
   poll()->timeout_free(freed);
   runFor(20ms);
   poll()->timeout_free(disabled);
+}
+
+TEST_F(AvahiPollAdapterTest, APostponedTimeoutFiresOnceAndNotBeforeItsLastTime) {
+  const auto begun = std::chrono::steady_clock::now();
+  std::vector<std::chrono::steady_clock::duration> fired;
+  const timeval first = fromNow(10ms);
+  AvahiTimeout* made =
+      timeout(&first, [&](AvahiTimeout*) { fired.push_back(std::chrono::steady_clock::now() - begun); });
+  const timeval later = fromNow(40ms);
+  poll()->timeout_update(made, &later);
+  runFor(80ms);
+  ASSERT_EQ(fired.size(), 1U);
+  EXPECT_GE(fired.front(), 39ms);
+  poll()->timeout_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, ATimeoutThatIsBroughtForwardFiresAtTheEarlierTime) {
+  int calls = 0;
+  const timeval later = fromNow(1h);
+  AvahiTimeout* made = timeout(&later, [&](AvahiTimeout*) { ++calls; });
+  const timeval soon = fromNow(5ms);
+  poll()->timeout_update(made, &soon);
+  runFor(40ms);
+  EXPECT_EQ(calls, 1);
+  poll()->timeout_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, ADisabledTimeoutMayBeSetAgain) {
+  int calls = 0;
+  const timeval soon = fromNow(5ms);
+  AvahiTimeout* made = timeout(&soon, [&](AvahiTimeout*) { ++calls; });
+  poll()->timeout_update(made, nullptr);
+  runFor(20ms);
+  EXPECT_EQ(calls, 0);
+  const timeval again = fromNow(5ms);
+  poll()->timeout_update(made, &again);
+  runFor(40ms);
+  EXPECT_EQ(calls, 1);
+  poll()->timeout_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, PostponingATimeoutLeavesTheSystemsTimerAlone) {
+  const timeval first = fromNow(1h);
+  AvahiTimeout* made = timeout(&first, [&](AvahiTimeout*) { ADD_FAILURE(); });
+  runFor(1ms);
+  const int before = systemTimerSettings;
+  ASSERT_GT(before, 0);
+  for (int update = 1; update <= 1000; ++update) {
+    const timeval later = fromNow(1h + std::chrono::milliseconds(update));
+    poll()->timeout_update(made, &later);
+  }
+  EXPECT_EQ(systemTimerSettings, before);
+  poll()->timeout_free(made);
 }
 
 }  // namespace
