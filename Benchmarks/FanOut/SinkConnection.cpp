@@ -39,11 +39,14 @@ SinkConnection::SinkConnection(int socket, Wire wire) : socket_(socket), wire_(w
   setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   switch (wire_) {
     case Wire::WebSocketServer:
-      return answerUpgrade();
+      answerUpgrade();
+      break;
     case Wire::WebSocketClient:
-      return askUpgrade();
+      askUpgrade();
+      break;
     case Wire::ZMTPSubscriber:
-      return subscribe();
+      subscribe();
+      break;
   }
 }
 
