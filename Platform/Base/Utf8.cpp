@@ -1,11 +1,24 @@
 #include "Platform/Base/Utf8.h"
 
 #include <array>
+#include <cstdint>
+#include <cstring>
 
 namespace ferrox {
 namespace {
 
 unsigned byteAt(std::string_view text, std::size_t index) { return static_cast<unsigned char>(text[index]); }
+
+/// How many bytes from `position` are surely ASCII; a multiple of 8.
+std::size_t plainBytes(std::string_view text, std::size_t position) {
+  constexpr std::uint64_t highBits = 0x8080808080808080;
+  std::size_t count = 0;
+  for (std::uint64_t word = 0; text.size() - position - count >= sizeof(word); count += sizeof(word)) {
+    std::memcpy(&word, text.data() + position + count, sizeof(word));
+    if ((word & highBits) != 0) break;
+  }
+  return count;
+}
 
 }  // namespace
 
@@ -30,10 +43,11 @@ std::optional<char32_t> nextCharacter(std::string_view utf8, std::size_t& positi
 }
 
 bool isUtf8(std::string_view bytes) {
-  for (std::size_t position = 0; position < bytes.size();) {
-    // ASCII, which is most of what is checked, needs no call.
+  for (std::size_t position = plainBytes(bytes, 0); position < bytes.size();) {
+    // ASCII is most of what is checked.
     if (byteAt(bytes, position) < 0x80) {
       ++position;
+      position += plainBytes(bytes, position);
     } else if (!nextCharacter(bytes, position)) {
       return false;
     }

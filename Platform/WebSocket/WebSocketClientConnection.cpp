@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -215,10 +216,13 @@ WebSocketClientConnection::TimePoint WebSocketClientConnection::upkeep(TimePoint
     finishIfDone();
     return TimePoint::max();
   }
-  if (!pingedAt_ && now >= lastHeard_ + request_.pingInterval) ping(now);
+  const bool pings = request_.pingInterval.count() > 0;
+  if (pings && !pingedAt_ && now >= lastHeard_ + request_.pingInterval) ping(now);
   finishIfDone();
   if (finished_) return TimePoint::max();
-  return pingedAt_ ? *pingedAt_ + request_.pongTimeout : lastHeard_ + request_.pingInterval;
+  const TimePoint nextPing = pings ? std::max(lastHeard_, now) + request_.pingInterval : TimePoint::max();
+  if (!pingedAt_) return lastHeard_ + request_.pingInterval;
+  return std::min(*pingedAt_ + request_.pongTimeout, nextPing);
 }
 
 void WebSocketClientConnection::ping(TimePoint now) {

@@ -74,6 +74,9 @@ std::optional<WebSocketURL> WebSocketURL::parse(const std::string& text, FRXErro
   if (url->scheme_id() != boost::urls::scheme::ws) return bad("Only ws URLs can be opened");
   if (url->has_userinfo()) return bad("The URL must not hold user information");
   if (url->has_fragment()) return bad("The URL must not hold a fragment");
+  // The parser takes letters behind a port for a path.
+  if (!url->encoded_path().empty() && !url->encoded_path().starts_with('/'))
+    return bad("The URL's port is none");
   const bool isIPv6 = url->host_type() == boost::urls::host_type::ipv6;
   if (url->host_type() == boost::urls::host_type::ipvfuture) return bad("The URL names no usable host");
   WebSocketURL parsed;

@@ -52,6 +52,24 @@ std::string ScriptedConnection::readRequest() {
   }
 }
 
+std::string ScriptedConnection::read(std::size_t count) {
+  while (unread_.size() < count) {
+    const std::string more = readOnce();
+    if (more.empty()) break;
+    unread_.append(more);
+  }
+  const std::string taken = unread_.substr(0, count);
+  unread_.erase(0, taken.size());
+  return taken;
+}
+
+std::string ScriptedConnection::readOnce() {
+  std::string buffer(64 * 1024, '\0');
+  const auto count = ::recv(socket_, buffer.data(), buffer.size(), 0);
+  buffer.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return buffer;
+}
+
 bool ScriptedConnection::send(std::string_view bytes) {
   while (!bytes.empty()) {
     const auto count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);

@@ -24,6 +24,10 @@ class ScriptedConnection {
   std::size_t index() const { return index_; }
   /// The next request up to and with its empty line; empty when the client has gone.
   std::string readRequest();
+  /// Exactly `count` bytes; fewer when the client has gone.
+  std::string read(std::size_t count);
+  /// What one look at the socket brings, waiting for the first byte; empty when the client has gone.
+  std::string readOnce();
   /// False when the client has gone.
   bool send(std::string_view bytes);
   /// Byte by byte, with a pause after each.

@@ -26,27 +26,23 @@ class RecordingDelegate : public WebSocketClientDelegate {
   };
 
   void webSocketDidOpen(WebSocketClient& socket) override {
-    begin(socket, WebSocketReadyState::Open);
+    const Inside inside(*this, socket, WebSocketReadyState::Open);
     ++opened;
     if (onOpen) onOpen(socket);
-    inside_ = false;
   }
   void webSocketDidFailWithError(WebSocketClient& socket, const FRXError& error) override {
-    begin(socket, WebSocketReadyState::Closed);
+    const Inside inside(*this, socket, WebSocketReadyState::Closed);
     failures.push_back(error);
-    inside_ = false;
   }
   void webSocketDidCloseWithCode(WebSocketClient& socket, int code, const std::string& reason,
                                  bool wasClean) override {
-    begin(socket, WebSocketReadyState::Closed);
+    const Inside inside(*this, socket, WebSocketReadyState::Closed);
     closes.push_back({code, reason, wasClean});
-    inside_ = false;
   }
   void webSocketDidReceiveMessage(WebSocketClient& socket, std::string_view text) override {
-    begin(socket, WebSocketReadyState::Open);
+    const Inside inside(*this, socket, WebSocketReadyState::Open);
     messages.emplace_back(text);
     if (onMessage) onMessage(socket, text);
-    inside_ = false;
   }
 
   bool hasEnded() const { return !failures.empty() || !closes.empty(); }
@@ -61,13 +57,21 @@ class RecordingDelegate : public WebSocketClientDelegate {
   std::function<void(WebSocketClient&, std::string_view)> onMessage;
 
  private:
-  void begin(WebSocketClient& socket, WebSocketReadyState expected) {
-    EXPECT_TRUE(loop_.isCurrentThread());
-    EXPECT_FALSE(inside_) << "told inside another event";
-    EXPECT_FALSE(hasEnded()) << "told after the end";
-    EXPECT_EQ(socket.readyState(), expected);
-    inside_ = true;
-  }
+  /// One event; the next must not begin before it is over.
+  struct Inside {
+    Inside(RecordingDelegate& delegate, WebSocketClient& socket, WebSocketReadyState expected)
+        : owner(delegate) {
+      EXPECT_TRUE(owner.loop_.isCurrentThread());
+      EXPECT_FALSE(owner.inside_) << "told inside another event";
+      EXPECT_FALSE(owner.hasEnded()) << "told after the end";
+      EXPECT_EQ(socket.readyState(), expected);
+      owner.inside_ = true;
+    }
+    ~Inside() { owner.inside_ = false; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+    RecordingDelegate& owner;
+  };
 
   RunLoop& loop_;
   bool inside_ = false;
