@@ -18,17 +18,11 @@ def run(*arguments, timeout=30, **options):
                           timeout=timeout, **options)
 
 
-class Node:
-    """`ferrox run --json` on loopback, with an identity of its own."""
+class Child:
+    """A program that speaks one JSON object a line; every object it writes has an "event"."""
 
-    def __init__(self, *options, name="Test Node", device=None, discovery="embedded", stderr=subprocess.PIPE):
-        self.device = device or str(uuid.uuid4()).upper()
-        arguments = ["--json", "--computer-name", name, "--device-uuid", self.device, "--discovery", discovery,
-                     "--interface", "lo"]
-        if "--port" not in options:
-            arguments += ["--port", "0"]
-        self.process = subprocess.Popen([COMMAND, "run", *arguments, *options], stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, stderr=stderr)
+    def __init__(self, arguments, stderr=subprocess.PIPE):
+        self.process = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=stderr)
         self._lines = queue.Queue()
         self.seen = []
         threading.Thread(target=self._read, daemon=True).start()
@@ -69,9 +63,6 @@ class Node:
             if value["event"] == event and matches(value):
                 return value
 
-    def started(self):
-        return self.wait("started")
-
     def forget(self):
         """Later waits look only at what comes from now on."""
         while True:
@@ -91,6 +82,28 @@ class Node:
         self.process.stdin.write(line + b"\n")
         self.process.stdin.flush()
 
+    def exit_status(self, timeout=15):
+        return self.process.wait(timeout=timeout)
+
+    def terminate(self, number=signal.SIGTERM, timeout=15):
+        self.process.send_signal(number)
+        return self.exit_status(timeout)
+
+
+class Node(Child):
+    """`ferrox run --json` on loopback, with an identity of its own."""
+
+    def __init__(self, *options, name="Test Node", device=None, discovery="embedded", stderr=subprocess.PIPE):
+        self.device = device or str(uuid.uuid4()).upper()
+        arguments = ["--json", "--computer-name", name, "--device-uuid", self.device, "--discovery", discovery,
+                     "--interface", "lo"]
+        if "--port" not in options:
+            arguments += ["--port", "0"]
+        super().__init__([COMMAND, "run", *arguments, *options], stderr)
+
+    def started(self):
+        return self.wait("started")
+
     def ask(self, cmd, timeout=20, **members):
         ref = str(uuid.uuid4())
         self.send({"cmd": cmd, "ref": ref, **members})
@@ -100,10 +113,3 @@ class Node:
         """Matches events about the other node's service."""
         prefix = other.device.replace("-", "") + "-"
         return lambda value: value["service"]["name"].startswith(prefix)
-
-    def exit_status(self, timeout=15):
-        return self.process.wait(timeout=timeout)
-
-    def terminate(self, number=signal.SIGTERM, timeout=15):
-        self.process.send_signal(number)
-        return self.exit_status(timeout)
