@@ -9,6 +9,7 @@
 #include "Classes/HTTPServer/RoutingHTTPConnection.h"
 #include "Classes/Utilities/FRXUtilities.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
+#include "Classes/WebSockets/Messaging.h"
 #include "Classes/WebSockets/PeerConnector.h"
 #include "Platform/HTTP/Server/HTTPServer.h"
 #include "Platform/Host/Text.h"
@@ -119,6 +120,7 @@ std::shared_ptr<FRXServer> FRXServer::sharedInstance() {
       server = shared().server;
     }
     registerServer(server);
+    installMessaging();
   });
   const std::lock_guard lock(shared().mutex);
   return shared().server;

@@ -30,7 +30,7 @@ class FRXServer : public ListCapabilitiesDelegate {
   using ServiceNameCallback = std::function<void(const std::string& serviceName)>;
 
   /// The process's server, made on first use unless one was set, and registered as the routing layer's
-  /// capabilities delegate. Thread: any
+  /// capabilities delegate. Messaging is put in its place as well. Thread: any
   static std::shared_ptr<FRXServer> sharedInstance();
   /// Replaces it; empty leaves the process without one. Thread: any
   static void setSharedInstance(std::shared_ptr<FRXServer> server);
