@@ -139,7 +139,8 @@ class Delivery : public HostFixture, public NotificationSink {
                          FRXError* error) { return WebSocketClient::make(request, resolver_, loop_, error); },
        .currentServices = [this] { return peers_; },
        .idForServiceName = [](const std::string&) { return std::nullopt; },
-       .localFRXService = [] { return nullptr; }});
+       .localFRXService = [] { return nullptr; },
+       .refreshDiscovery = {}});
   std::shared_ptr<FRXNotificationCenter> sending_ =
       FRXNotificationCenter::make({.mainLoop = &loop_,
                                    .dispatcher = &sendersDispatcher_,
@@ -265,7 +266,8 @@ TEST_F(Delivery, S11ALostConnectionIsOpenedAgainAtTheNextTick) {
   ASSERT_TRUE(waitFor(loop_, [&] { return manager_->isConnectedToService(receiver_->serviceId()); }));
   server_->stop();
   ASSERT_TRUE(waitFor(loop_, [&] { return !manager_->isConnectedToService(receiver_->serviceId()); }));
-  start();  // on the port it had
+  server_->setPort(static_cast<std::uint16_t>(receiver_->port()));
+  start();
   clock_.advance(std::chrono::seconds(15), loop_);
   EXPECT_TRUE(waitFor(loop_, [&] { return manager_->isConnectedToService(receiver_->serviceId()); }));
 }
