@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Benchmarks/FanOut/Flow.h"
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/Stamp.h"
 
 namespace {
 

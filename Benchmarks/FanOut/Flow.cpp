@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/Stamp.h"
 
 namespace ferrox::bench {
 

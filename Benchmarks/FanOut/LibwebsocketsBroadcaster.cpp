@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Benchmarks/FanOut/Flow.h"
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/Stamp.h"
 
 namespace {
 
@@ -91,8 +91,8 @@ int main(int argc, char** argv) {
   options.port = flow.port();
   options.iface = "127.0.0.1";
   options.protocols = protocols;
-  options.gid = static_cast<gid_t>(-1);
-  options.uid = static_cast<uid_t>(-1);
+  options.gid = -1;
+  options.uid = -1;
   lws_context* context = lws_create_context(&options);
   if (context == nullptr) return 1;
   lws_sock_file_fd_type pipe{};

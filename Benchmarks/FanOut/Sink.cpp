@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "Benchmarks/FanOut/DelayHistogram.h"
 #include "Benchmarks/FanOut/SinkConnection.h"
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/DelayHistogram.h"
+#include "Benchmarks/Support/Stamp.h"
 
 namespace {
 

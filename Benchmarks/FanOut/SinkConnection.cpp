@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/Stamp.h"
 #include "Platform/WebSocket/WebSocketHandshake.h"
 
 namespace ferrox::bench {

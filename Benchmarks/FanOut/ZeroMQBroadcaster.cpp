@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Benchmarks/FanOut/Flow.h"
-#include "Benchmarks/FanOut/Stamp.h"
+#include "Benchmarks/Support/Stamp.h"
 
 namespace {
 
