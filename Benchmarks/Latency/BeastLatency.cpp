@@ -31,6 +31,7 @@ void observe(asio::io_context& context, const Course& course) {
     arrivals.take({static_cast<const char*>(buffer.cdata().data()), buffer.size()});
   }
   arrivals.report();
+  awaitEnd();
 }
 
 void post(asio::io_context& context, const Course& course) {
@@ -43,6 +44,7 @@ void post(asio::io_context& context, const Course& course) {
     std::this_thread::sleep_for(course.pause);
     stream.write(asio::buffer(stampedText(number, false)));
   }
+  awaitEnd();
 }
 
 }  // namespace

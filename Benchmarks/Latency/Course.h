@@ -14,7 +14,8 @@
 
 namespace ferrox::bench {
 
-/// PROGRAM observer COUNT, which prints its port; then PROGRAM poster COUNT PORT MICROSECONDS.
+/// PROGRAM observer COUNT, which prints its port; then PROGRAM poster COUNT PORT MICROSECONDS. Both stay
+/// until their standard input ends, so that neither sees the other go.
 struct Course {
   Course(int argc, char** argv)
       : isObserver(argc == 3 && std::strcmp(argv[1], "observer") == 0),
@@ -37,6 +38,11 @@ inline void announcePort(unsigned port) {
   std::fflush(stdout);
 }
 
+inline void awaitEnd() {
+  while (std::getchar() != EOF) {
+  }
+}
+
 /// Counts stamped texts and times them; the first ones warm up.
 class Arrivals {
  public:
@@ -56,6 +62,7 @@ class Arrivals {
     std::printf("{\"timed\": %llu, \"medianUs\": %.2f, \"p99Us\": %.2f, \"maxUs\": %.2f}\n",
                 static_cast<unsigned long long>(delays_.total()), delays_.quantile(0.5) / 1e3,
                 delays_.quantile(0.99) / 1e3, delays_.quantile(1) / 1e3);
+    std::fflush(stdout);
   }
 
  private:

@@ -33,6 +33,7 @@ int observe(const Course& course) {
   bench::announcePort(server.port());
   loop.run();
   arrivals.report();
+  bench::awaitEnd();
   server.stop();
   return 0;
 }
@@ -48,16 +49,16 @@ int post(const Course& course) {
   std::uint32_t next = 0;
   std::unique_ptr<Timer> timer;
   const auto postOne = [&] {
-    bench::writeStamp(note.data(), next, next + 1 == course.count);
+    if (next == course.count) return loop.stop();
+    bench::writeStamp(note.data(), next++, false);
     center->postOutgoingNotification(notificationName, {{"note", note}}, std::nullopt, false);
-    if (++next == course.count) timer->invalidate();
   };
-  const auto disconnected = center->addObserver(FRXDisconnectedNotification, std::nullopt,
-                                                [&](const LocalNotification&) { loop.stop(); });
   const auto failed = center->addObserver(FRXConnectionFailedWithErrorNotification, std::nullopt,
                                           [&](const LocalNotification&) { loop.stop(); });
   observer.connect([&] { timer = Timer::scheduleRepeating(loop, course.pause, postOne); });
   loop.run();
+  timer.reset();
+  bench::awaitEnd();
   return next == course.count ? 0 : 1;
 }
 

@@ -29,6 +29,7 @@ int observe(void* socket, const Course& course) {
     arrivals.take({text.data(), static_cast<std::size_t>(received)});
   }
   arrivals.report();
+  awaitEnd();
   return 0;
 }
 
@@ -41,6 +42,7 @@ int post(void* socket, const Course& course) {
     const std::string text = stampedText(number, false);
     if (zmq_send(socket, text.data(), text.size(), 0) < 0) return 1;
   }
+  awaitEnd();
   return 0;
 }
 
