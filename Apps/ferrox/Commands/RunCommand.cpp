@@ -4,9 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
+#include "Apps/ferrox/Commands/DeclareObservations.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/CommandHandler.h"
@@ -28,14 +30,14 @@ class RunSession final : public NodeListener {
 
   int run() {
     RunLoop& loop = RunLoop::main();
-    EventWriter writer(STDOUT_FILENO, [&loop](const std::string&) { loop.post(end); });
+    EventWriter writer(STDOUT_FILENO, [this, &loop](const std::string&) { loop.post([this] { end(); }); });
     node_ = Node::make(setup_, *this);
     makePresenter(writer);
     const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP, SIGWINCH}, [this](int number) {
       if (number != SIGWINCH) return end();
       if (human_ != nullptr) human_->resized();
     });
-    commands_ = std::make_unique<CommandHandler>(*node_, writer, end);
+    commands_ = std::make_unique<CommandHandler>(*node_, writer, [this] { end(); });
     node_->start();
     loop.run();
     node_->stop();
@@ -62,6 +64,17 @@ class RunSession final : public NodeListener {
   void peerChangedState(const Peer& peer) override { presenter_->peerChangedState(peer); }
   void peersChanged() override { presenter_->peersChanged(); }
   void peerRejoined(const std::string& frxId) override { presenter_->peerRejoined(frxId); }
+  void connectionChanged(const ConnectionEvent& event) override { presenter_->connectionChanged(event); }
+  void notificationSeen(const SeenNotification& notification) override {
+    presenter_->notificationSeen(notification);
+  }
+  void messageReceived(const FRXNotification& notification, const FRXNetService& sender,
+                       const std::string& sessionId) override {
+    presenter_->messageReceived(notification, sender, sessionId);
+  }
+  void messageSent(const FRXWebsocketMessage& message, const FRXNetService& recipient) override {
+    presenter_->messageSent(message, recipient);
+  }
 
  private:
   void makePresenter(EventWriter& writer) {
@@ -90,7 +103,13 @@ class RunSession final : public NodeListener {
                                 [this] { commands_->reportTooLong(); }, [] {}});
   }
 
-  static void end() { RunLoop::main().stop(); }
+  void end() {
+    if (std::exchange(ending_, true)) return;
+    node_->finish(closingTime, [] { RunLoop::main().stop(); });
+  }
+
+  /// For peers to confirm the end of their connections.
+  static constexpr std::chrono::seconds closingTime{2};
 
   NodeSetup setup_;
   std::shared_ptr<Node> node_;
@@ -99,15 +118,20 @@ class RunSession final : public NodeListener {
   std::unique_ptr<CommandHandler> commands_;
   std::unique_ptr<CommandReader> reader_;
   std::optional<std::string> failure_;
+  bool ending_ = false;
 };
 
 class RunCommand final : public Subcommand {
  public:
   CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("run", "a node until it is stopped: publishes, browses, monitors");
+    CLI::App* app =
+        parent.add_subcommand("run", "a node until it is stopped: publishes, browses, monitors, connects");
     declareOffer(*app, "--share", setup_.offers.projects, "offer a folder that peers may copy; repeatable");
     declareOffer(*app, "--stream", setup_.offers.streams, "offer a folder of a live stream; repeatable");
     declareOffer(*app, "--moments", setup_.offers.moments, "offer a folder of moments data; repeatable");
+    declareObservations(*app, "--observe", setup_.observations,
+                        "tell of notifications of this name, with this filter only; repeatable")
+        ->allow_extra_args(false);
     app->add_option_function<std::string>(
            "--status", [this](const std::string& text) { setup_.status = text; },
            "a short text that peers can read in the announcement")
@@ -116,8 +140,11 @@ class RunCommand final : public Subcommand {
     declareNodeOptions(*app, setup_.options, FRXDefaultPort);
     app->footer(
         "With --json, events come on stdout, one JSON object a line, and commands are read from stdin:\n"
+        "  {\"cmd\": \"post\", \"name\": TEXT, \"filter\"?: TEXT, \"userInfo\"?: {...}, \"repost\"?: true}\n"
+        "  {\"cmd\": \"postLocal\"|\"observe\"|\"unobserve\", \"name\": TEXT, \"filter\"?: TEXT, ...}\n"
         "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
-        "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"");
+        "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"\n"
+        "  ferrox run --observe TakeFinished --observe Playhead=\"edit suite 3\"");
     return app;
   }
 

@@ -12,15 +12,19 @@
 
 namespace ferrox::command {
 
-struct CommandHandler::Command {
-  std::string name;
-  FRXValue members;
+namespace {
 
-  const std::string* text(std::string_view key) const {
-    const FRXValue* value = members.member(key);
-    return value == nullptr ? nullptr : value->asText();
-  }
-};
+Observation observationOf(CommandMembers& members) {
+  return {members.name("name"), members.optionalName("filter")};
+}
+
+Post postOf(CommandMembers& members) {
+  Observation observation = observationOf(members);
+  return {std::move(observation.name), std::move(observation.filter), members.optionalObject("userInfo"),
+          false};
+}
+
+}  // namespace
 
 CommandHandler::CommandHandler(Node& node, EventWriter& writer, std::function<void()> quit)
     : node_(node), writer_(writer), quit_(std::move(quit)) {}
@@ -50,7 +54,11 @@ void CommandHandler::reportTooLong() {
 
 void CommandHandler::dispatch(const Command& command) {
   using Handler = void (CommandHandler::*)(const Command&);
-  static constexpr std::array<std::pair<std::string_view, Handler>, 4> handlers{{
+  static constexpr std::array<std::pair<std::string_view, Handler>, 8> handlers{{
+      {"post", &CommandHandler::post},
+      {"postLocal", &CommandHandler::postLocal},
+      {"observe", &CommandHandler::observe},
+      {"unobserve", &CommandHandler::unobserve},
       {"peers", &CommandHandler::peers},
       {"search", &CommandHandler::search},
       {"status", &CommandHandler::status},
@@ -59,8 +67,12 @@ void CommandHandler::dispatch(const Command& command) {
   for (const auto& [name, handler] : handlers) {
     if (command.name == name) return (this->*handler)(command);
   }
-  if (command.name != "quit")
-    return fail(command, "unknown command; known are peers, search, status, rename, quit");
+  if (command.name != "quit") {
+    return fail(
+        command,
+        "unknown command; known are post, postLocal, observe, unobserve, peers, search, status, rename, "
+        "quit");
+  }
   succeed(command, {});
   quit_();
 }
@@ -72,8 +84,7 @@ void CommandHandler::peers(const Command& command) {
 }
 
 void CommandHandler::search(const Command& command) {
-  const std::string* text = command.text("address");
-  const auto address = text == nullptr ? std::nullopt : FRXPeerAddress::fromText(*text);
+  const auto address = FRXPeerAddress::fromText(CommandMembers(command).text("address"));
   if (!address) return fail(command, R"("address" must be HOST, HOST:PORT or an IP address)");
   node_.search(*address, [this, command](const FetchedService& fetched) {
     if (!fetched.service) return fail(command, fetched.error->localizedDescription);
@@ -82,15 +93,49 @@ void CommandHandler::search(const Command& command) {
 }
 
 void CommandHandler::status(const Command& command) {
-  const std::string* text = command.text("text");
-  if (text == nullptr) return fail(command, R"("text" must be a text)");
+  CommandMembers members(command);
+  const std::string text = members.text("text");
+  if (!members.problem().empty()) return fail(command, members.problem());
   std::string problem;
-  if (!node_.setStatus(*text, problem)) return fail(command, problem);
+  if (!node_.setStatus(text, problem)) return fail(command, problem);
   succeed(command, {});
 }
 
 void CommandHandler::rename(const Command& command) {
   node_.rename([this, command](const std::string& name) { succeed(command, {{"serviceName", name}}); });
+}
+
+void CommandHandler::post(const Command& command) {
+  CommandMembers members(command);
+  Post post = postOf(members);
+  post.repost = members.optionalFlag("repost");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  succeed(command, {{"sentTo", node_.messaging().post(post).size()}});
+}
+
+void CommandHandler::postLocal(const Command& command) {
+  CommandMembers members(command);
+  const Post post = postOf(members);
+  if (!members.problem().empty()) return fail(command, members.problem());
+  node_.messaging().postLocal(post);
+  succeed(command, {});
+}
+
+void CommandHandler::observe(const Command& command) {
+  CommandMembers members(command);
+  const Observation observation = observationOf(members);
+  if (!members.problem().empty()) return fail(command, members.problem());
+  node_.messaging().observe(observation);
+  succeed(command, {});
+}
+
+void CommandHandler::unobserve(const Command& command) {
+  CommandMembers members(command);
+  const Observation observation = observationOf(members);
+  if (!members.problem().empty()) return fail(command, members.problem());
+  if (!node_.messaging().unobserve(observation))
+    return fail(command, "this name is not observed with this filter");
+  succeed(command, {});
 }
 
 void CommandHandler::succeed(const Command& command, FRXDictionary members) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Apps/ferrox/Events/Command.h"
 #include "Apps/ferrox/Node/Node.h"
 
 namespace ferrox::command {
@@ -22,12 +23,15 @@ class CommandHandler {
   void reportTooLong();
 
  private:
-  struct Command;
   void dispatch(const Command& command);
   void peers(const Command& command);
   void search(const Command& command);
   void status(const Command& command);
   void rename(const Command& command);
+  void post(const Command& command);
+  void postLocal(const Command& command);
+  void observe(const Command& command);
+  void unobserve(const Command& command);
   void succeed(const Command& command, FRXDictionary members);
   void fail(const Command& command, std::string_view reason);
 

@@ -17,10 +17,6 @@
 namespace ferrox::command {
 namespace {
 
-std::int64_t millisecondsSince1970(std::chrono::system_clock::time_point time) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-}
-
 FRXValue writable(const FRXValue& value) {
   if (const std::string* text = value.asText()) return escapedForTerminal(*text);
   if (const FRXDate* date = value.asDate()) return millisecondsSince1970(*date);
@@ -39,6 +35,10 @@ FRXValue writable(const FRXValue& value) {
 }
 
 }  // namespace
+
+std::int64_t millisecondsSince1970(std::chrono::system_clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
 
 std::string eventLine(std::string_view event, const FRXDictionary& members,
                       std::chrono::system_clock::time_point time) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -14,6 +15,9 @@
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox::command {
+
+/// How events tell a point in time.
+std::int64_t millisecondsSince1970(std::chrono::system_clock::time_point time);
 
 /// One event as a line: "event" and "time" (milliseconds since 1970) first, then the members. Whatever JSON
 /// cannot carry is made writable: bytes that are not UTF-8 are escaped, dates become milliseconds, numbers

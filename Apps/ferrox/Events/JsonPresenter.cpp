@@ -3,8 +3,27 @@
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Version.h"
 #include "Classes/Discovery/FRXNetService.h"
+#include "Classes/Notifications/FRXNotification.h"
+#include "Classes/WebSockets/FRXWebsocketMessage.h"
 
 namespace ferrox::command {
+namespace {
+
+const char* nameOf(ConnectionEvent::Change change) {
+  switch (change) {
+    case ConnectionEvent::Change::Connected:
+      return "connected";
+    case ConnectionEvent::Change::Failed:
+      return "connectionFailed";
+    case ConnectionEvent::Change::Disconnected:
+      return "disconnected";
+  }
+  return "";
+}
+
+FRXValue textOrNull(const std::optional<std::string>& text) { return text ? FRXValue(*text) : FRXValue(); }
+
+}  // namespace
 
 void JsonPresenter::nodeStarted(const NodeIdentity& node) {
   writer_.write("started", {{"serviceName", node.serviceName},
@@ -39,5 +58,33 @@ void JsonPresenter::peerChangedState(const Peer& peer) {
 }
 
 void JsonPresenter::peerRejoined(const std::string& frxId) { writer_.write("rejoined", {{"frxId", frxId}}); }
+
+void JsonPresenter::connectionChanged(const ConnectionEvent& event) {
+  writer_.write(nameOf(event.change), {{"userInfo", event.userInfo}});
+}
+
+void JsonPresenter::notificationSeen(const SeenNotification& notification) {
+  FRXDictionary members{{"name", notification.name},
+                        {"filter", textOrNull(notification.filter)},
+                        {"sender", notification.sender},
+                        {"timestamp", millisecondsSince1970(notification.timestamp)},
+                        {"userInfo", notification.userInfo}};
+  if (notification.local) members["local"] = true;
+  writer_.write("notification", std::move(members));
+}
+
+void JsonPresenter::messageReceived(const FRXNotification& notification, const FRXNetService& sender,
+                                    const std::string& sessionId) {
+  writer_.write(
+      "messageReceived",
+      {{"name", textOrNull(notification.name())}, {"service", recordOf(sender)}, {"sessionId", sessionId}});
+}
+
+void JsonPresenter::messageSent(const FRXWebsocketMessage& message, const FRXNetService& recipient) {
+  writer_.write("messageSent", {{"id", textOrNull(message.id())},
+                                {"subject", textOrNull(message.subject())},
+                                {"type", static_cast<std::int64_t>(message.messageType())},
+                                {"service", recordOf(recipient)}});
+}
 
 }  // namespace ferrox::command

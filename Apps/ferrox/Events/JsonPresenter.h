@@ -20,6 +20,11 @@ class JsonPresenter final : public NodeListener {
   void peerRemoved(const Peer& peer) override;
   void peerChangedState(const Peer& peer) override;
   void peerRejoined(const std::string& frxId) override;
+  void connectionChanged(const ConnectionEvent& event) override;
+  void notificationSeen(const SeenNotification& notification) override;
+  void messageReceived(const FRXNotification& notification, const FRXNetService& sender,
+                       const std::string& sessionId) override;
+  void messageSent(const FRXWebsocketMessage& message, const FRXNetService& recipient) override;
 
  private:
   EventWriter& writer_;

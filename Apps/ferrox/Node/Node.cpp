@@ -1,5 +1,6 @@
 #include "Apps/ferrox/Node/Node.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Classes/Capabilities/FRXProjectSharingCapability.h"
@@ -31,7 +32,13 @@ std::shared_ptr<Node> Node::make(NodeSetup setup, NodeListener& listener) {
 }
 
 Node::Node(NodeSetup setup, NodeListener& listener)
-    : setup_(std::move(setup)), listener_(listener), services_(PlatformServices::shared()) {}
+    : setup_(std::move(setup)),
+      listener_(listener),
+      services_(PlatformServices::shared()),
+      messaging_(NodeMessaging::make(listener,
+                                     [this](ConnectionEvent::Change change, const FRXDictionary& userInfo) {
+                                       connectionChanged(change, userInfo);
+                                     })) {}
 
 Node::~Node() = default;
 
@@ -40,18 +47,30 @@ void Node::start() {
   if (!setup_.publishes) return startBrowsing();
   server_ = FRXServer::sharedInstance();
   server_->setPort(setup_.options.port);
+  messaging_->start();
+  for (const Observation& observation : setup_.observations) messaging_->observe(observation);
   createName([this](const std::string& name) { startServer(name); });
+}
+
+void Node::finish(std::chrono::milliseconds atMost, std::function<void()> completion) {
+  if (!running_ || !server_) {
+    stop();
+    return services_.mainLoop->post(std::move(completion));
+  }
+  // First, or peers that are still found would be connected to.
+  stopBrowsing();
+  messaging_->closeConnections(atMost, [weak = weak_from_this(), completion = std::move(completion)] {
+    if (const auto self = weak.lock()) self->stop();
+    completion();
+  });
 }
 
 void Node::stop() {
   if (!std::exchange(running_, false)) return;
-  searches_.clear();
-  statusTimer_.reset();
-  offersTimer_.reset();
-  rejoined_.reset();
-  FRXBrowser::sharedInstance()->stopBrowsingForServices();
-  FRXBrowser::sharedInstance()->setDelegate(nullptr);
-  if (server_) server_->stop();
+  stopBrowsing();
+  if (!server_) return;
+  server_->stop();
+  messaging_->stop();
 }
 
 void Node::createName(std::function<void(std::string)> completion) {
@@ -126,6 +145,31 @@ void Node::startBrowsing() {
     searches_.back()->start();
   }
   offersTimer_ = Timer::scheduleRepeating(*services_.mainLoop, offersInterval, [this] { askAllForOffers(); });
+}
+
+void Node::stopBrowsing() {
+  searches_.clear();
+  statusTimer_.reset();
+  offersTimer_.reset();
+  rejoined_.reset();
+  FRXBrowser::sharedInstance()->stopBrowsingForServices();
+  FRXBrowser::sharedInstance()->setDelegate(nullptr);
+}
+
+std::vector<Peer> Node::peers() const {
+  const auto connector = PeerConnector::registered();
+  std::vector<Peer> peers = peers_.sorted();
+  for (Peer& peer : peers) {
+    // A connection that is being closed is none any more, long before its end is confirmed.
+    if (!connector || !connector->isConnectedToService(peer.service->serviceId()))
+      peer.connectedSince.reset();
+  }
+  return peers;
+}
+
+bool Node::isSearching() const {
+  return std::any_of(searches_.begin(), searches_.end(),
+                     [](const auto& search) { return search->isStarted() && !search->foundServiceId(); });
 }
 
 FRXDictionary Node::describe(const Peer& peer) const {
@@ -211,6 +255,24 @@ void Node::peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerS
   if (!running_ || !peers_.setState(*service, state, now())) return;
   if (const auto peer = peers_.find(*service)) listener_.peerChangedState(*peer);
   if (state == PeerState::Responsive) askForOffers(service);
+}
+
+void Node::connectionChanged(ConnectionEvent::Change change, const FRXDictionary& userInfo) {
+  const auto id = userInfo.find("frxId");
+  const std::string* serviceId = id == userInfo.end() ? nullptr : id->second.asText();
+  ConnectionEvent event{change, userInfo, {}};
+  if (serviceId != nullptr) {
+    const auto connector = PeerConnector::registered();
+    const bool connected = connector && connector->isConnectedToService(*serviceId);
+    // One of two attempts may fail or end while the other stands.
+    if (change == ConnectionEvent::Change::Connected) {
+      peers_.setConnected(*serviceId, now());
+    } else if (!connected) {
+      peers_.setConnected(*serviceId, std::nullopt);
+    }
+    event.peer = peers_.find(*serviceId);
+  }
+  listener_.connectionChanged(event);
 }
 
 void Node::askForOffers(const std::shared_ptr<FRXNetService>& service) {

@@ -1,6 +1,7 @@
 // A whole node in this process: server, browser, offers, and the peers looked up by address.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "Apps/ferrox/Node/NodeListener.h"
+#include "Apps/ferrox/Node/NodeMessaging.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
 #include "Apps/ferrox/Node/Offers.h"
 #include "Apps/ferrox/Node/PeerTable.h"
@@ -27,6 +29,7 @@ namespace ferrox::command {
 struct NodeSetup {
   NodeOptions options;
   Offers offers;
+  std::vector<Observation> observations;
   std::optional<std::string> status;
   /// False: looks for others without being seen; neither server nor announcement.
   bool publishes = true;
@@ -44,10 +47,13 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
 
   /// Begins; the listener hears of success or failure.
   void start();
-  /// Withdraws the announcement and closes every connection before it returns.
+  /// Closes the connections in order, so that peers get what was posted before, then stops; `completion` is
+  /// called on the main thread when that is done. Peers that take longer than `atMost` are not waited for.
+  void finish(std::chrono::milliseconds atMost, std::function<void()> completion);
+  /// Withdraws the announcement and closes every connection before it returns, whatever they still carry.
   void stop();
 
-  std::vector<Peer> peers() const { return peers_.sorted(); }
+  std::vector<Peer> peers() const;
   /// The record's members, and "connected" (a connection to the peer is open) and "state".
   FRXDictionary describe(const Peer& peer) const;
 
@@ -57,6 +63,10 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   [[nodiscard]] bool setStatus(const std::string& text, std::string& problem);
   /// Publishes again under a newly made service name, which `completion` gets on the main thread.
   void rename(std::function<void(std::string)> completion);
+  /// Whether a peer that was named by address has still to be found.
+  bool isSearching() const;
+  /// Posts and observations. A node that does not publish has nobody to talk to.
+  NodeMessaging& messaging() { return *messaging_; }
 
   void localFRXServiceStarted(const std::string& sessionId) override;
   void localFRXServiceEnded(const std::string& sessionId) override;
@@ -70,10 +80,12 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   void createName(std::function<void(std::string)> completion);
   void startServer(const std::string& serviceName);
   void startBrowsing();
+  void stopBrowsing();
   void addOffers();
   void repeatStatus();
   void peerDiscovered(const std::shared_ptr<FRXNetService>& service);
   void peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerState state);
+  void connectionChanged(ConnectionEvent::Change change, const FRXDictionary& userInfo);
   void askForOffers(const std::shared_ptr<FRXNetService>& service);
   void askAllForOffers();
 
@@ -83,6 +95,7 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   bool running_ = false;
   std::string status_;
   PeerTable peers_;
+  std::shared_ptr<NodeMessaging> messaging_;
   std::shared_ptr<FRXServer> server_;
   std::vector<std::shared_ptr<FRXAddressSearch>> searches_;
   std::unique_ptr<Timer> statusTimer_;

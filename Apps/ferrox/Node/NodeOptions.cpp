@@ -10,6 +10,7 @@
 #include "Apps/ferrox/Node/CommandIdentity.h"
 #include "Apps/ferrox/Node/LogOutput.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
+#include "Platform/Host/Text.h"
 #include "Platform/PlatformServices.h"
 
 namespace ferrox::command {
@@ -56,6 +57,12 @@ std::string upperCasedAscii(std::string text) {
   return text;
 }
 
+const char* identityDescription(DefaultIdentity identity) {
+  return identity == DefaultIdentity::New
+             ? "identity (default: a new one at every start, so that it meets a node of this machine)"
+             : "identity (default: derived from the machine); two nodes on one machine need two";
+}
+
 void declareIdentity(CLI::App& subcommand, NodeOptions& options) {
   subcommand
       .add_option_function<std::string>(
@@ -67,7 +74,7 @@ void declareIdentity(CLI::App& subcommand, NodeOptions& options) {
       .add_option_function<std::string>(
           "--device-uuid",
           [&options](const std::string& text) { options.deviceUUID = upperCasedAscii(text); },
-          "identity (default: derived from the machine); two nodes on one machine need two")
+          identityDescription(options.defaultIdentity))
       ->type_name("UUID")
       ->check(CLI::Validator(checkUUID, ""));
   subcommand
@@ -128,8 +135,10 @@ void declareOutputOptions(CLI::App& subcommand, NodeOptions& options) {
       ->check(CLI::IsMember(levels).description(""));
 }
 
-void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort) {
+void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort,
+                        DefaultIdentity defaultIdentity) {
   options.port = defaultPort;
+  options.defaultIdentity = defaultIdentity;
   subcommand
       .add_option("--port", options.port,
                   fmt::format("HTTP port; 0 means any free one (default: {})", defaultPort))
@@ -139,6 +148,11 @@ void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_
   declareDiscovery(subcommand, options);
   declareOutputOptions(subcommand, options);
   subcommand.parse_complete_callback([&options] { checkTogether(options); });
+}
+
+std::optional<std::string> deviceIdentity(const NodeOptions& options) {
+  if (options.deviceUUID || options.defaultIdentity == DefaultIdentity::Machine) return options.deviceUUID;
+  return text::randomUUID();
 }
 
 DNSSDConfiguration discoveryConfiguration(const NodeOptions& options) {
@@ -153,9 +167,10 @@ DNSSDConfiguration discoveryConfiguration(const NodeOptions& options) {
 
 void applyNodeOptions(const NodeOptions& options) {
   setLogOutput(options.logLevel);
-  if (options.computerName || options.deviceUUID || options.hostName) {
-    HostIdentity::setCurrent(std::make_shared<const CommandIdentity>(
-        HostIdentity::ofMachine(), options.deviceUUID, options.computerName, options.hostName));
+  const std::optional<std::string> deviceUUID = deviceIdentity(options);
+  if (options.computerName || deviceUUID || options.hostName) {
+    HostIdentity::setCurrent(std::make_shared<const CommandIdentity>(HostIdentity::ofMachine(), deviceUUID,
+                                                                     options.computerName, options.hostName));
   }
   PlatformServices::configureDiscovery(discoveryConfiguration(options));
 }

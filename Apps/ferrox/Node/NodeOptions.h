@@ -16,9 +16,16 @@ class App;
 
 namespace ferrox::command {
 
+/// Who a node is when the command line does not say.
+enum class DefaultIdentity {
+  Machine,  ///< the machine's own, the same at every start
+  New       ///< a new one at every start, so that it also meets a node that has the machine's
+};
+
 struct NodeOptions {
   /// 0: any free one.
   std::uint16_t port = 0;
+  DefaultIdentity defaultIdentity = DefaultIdentity::Machine;
   std::optional<std::string> computerName;
   /// Upper case.
   std::optional<std::string> deviceUUID;
@@ -32,10 +39,14 @@ struct NodeOptions {
 
 /// Declares the options on a subcommand; `options` has to outlive the parsing. What is wrong with a value is
 /// said in a CLI::ParseError.
-void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort);
+void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort,
+                        DefaultIdentity defaultIdentity = DefaultIdentity::Machine);
 /// Only --json and --log-level, for subcommands that start no node.
 void declareOutputOptions(CLI::App& subcommand, NodeOptions& options);
 
+/// The device identity as the options ask for it; nothing for the machine's own. A new one differs from call
+/// to call.
+std::optional<std::string> deviceIdentity(const NodeOptions& options);
 /// Discovery as the options ask for it.
 DNSSDConfiguration discoveryConfiguration(const NodeOptions& options);
 

@@ -20,8 +20,10 @@ std::string_view toString(PeerState state) {
   return "";
 }
 
-std::string displayName(const FRXNetService& service) {
-  const auto name = FRXUtilities::localizedNameFromServiceId(service.name());
+std::string displayName(const FRXNetService& service) { return displayName(service.name()); }
+
+std::string displayName(const std::optional<std::string>& serviceName) {
+  const auto name = FRXUtilities::localizedNameFromServiceId(serviceName);
   return name && !name->empty() ? *name : "?";
 }
 

@@ -26,6 +26,8 @@ struct Peer {
   std::shared_ptr<FRXNetService> service;
   PeerState state = PeerState::Found;
   std::chrono::system_clock::time_point since;
+  /// When this node's connection to it opened; absent while there is none.
+  std::optional<std::chrono::system_clock::time_point> connectedSince;
   /// How much it offers; absent while not known.
   std::optional<std::size_t> streams;
   std::optional<std::size_t> projects;
@@ -33,6 +35,7 @@ struct Peer {
 
 /// The name that people gave the computer, from a published service name; "?" when there is none.
 std::string displayName(const FRXNetService& service);
+std::string displayName(const std::optional<std::string>& serviceName);
 /// "host.local:16654", in lower case and without the root's dot.
 std::string displayAddress(const FRXNetService& service);
 /// "HOST:PORT", an IPv6 address in brackets.

@@ -10,7 +10,10 @@ namespace ferrox::command {
 bool PeerTable::add(const std::shared_ptr<FRXNetService>& service, Time now) {
   const auto known = peers_.find(service->serviceId());
   if (known != peers_.end() && known->second.service->name() == service->name()) return false;
-  peers_.insert_or_assign(service->serviceId(), Peer{service, PeerState::Found, now, {}, {}});
+  Peer peer{service, PeerState::Found, now, {}, {}, {}};
+  // The connection is to the address, which the new name did not change.
+  if (known != peers_.end()) peer.connectedSince = known->second.connectedSince;
+  peers_.insert_or_assign(service->serviceId(), std::move(peer));
   return true;
 }
 
@@ -24,6 +27,13 @@ bool PeerTable::setState(const FRXNetService& service, PeerState state, Time now
   return true;
 }
 
+bool PeerTable::setConnected(const std::string& serviceId, std::optional<Time> since) {
+  const auto known = peers_.find(serviceId);
+  if (known == peers_.end() || known->second.connectedSince == since) return false;
+  known->second.connectedSince = since;
+  return true;
+}
+
 void PeerTable::setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects) {
   const auto known = peers_.find(service.serviceId());
   if (known == peers_.end()) return;
@@ -31,8 +41,10 @@ void PeerTable::setOffers(const FRXNetService& service, std::size_t streams, std
   known->second.projects = projects;
 }
 
-std::optional<Peer> PeerTable::find(const FRXNetService& service) const {
-  const auto known = peers_.find(service.serviceId());
+std::optional<Peer> PeerTable::find(const FRXNetService& service) const { return find(service.serviceId()); }
+
+std::optional<Peer> PeerTable::find(const std::string& serviceId) const {
+  const auto known = peers_.find(serviceId);
   return known == peers_.end() ? std::nullopt : std::optional(known->second);
 }
 

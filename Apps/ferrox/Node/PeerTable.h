@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,13 @@ class PeerTable {
   bool remove(const FRXNetService& service);
   /// False when it was not known or in that state already.
   bool setState(const FRXNetService& service, PeerState state, Time now);
+  /// A connection to the peer filed under `serviceId` opened (with the time) or ended. False when that is
+  /// nothing new.
+  bool setConnected(const std::string& serviceId, std::optional<Time> since);
   void setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects);
 
   std::optional<Peer> find(const FRXNetService& service) const;
+  std::optional<Peer> find(const std::string& serviceId) const;
   /// Sorted by name, then by address.
   std::vector<Peer> sorted() const;
   bool empty() const { return peers_.empty(); }

@@ -21,10 +21,6 @@ constexpr std::chrono::milliseconds drawDelay{80};
 constexpr std::string_view enterScreen = "\x1b[?1049h\x1b[?25l\x1b[?7l";
 constexpr std::string_view leaveScreen = "\x1b[?7h\x1b[?25h\x1b[?1049l";
 
-std::string nameAndAddress(const Peer& peer) {
-  return fmt::format("{} ({})", displayName(*peer.service), displayAddress(*peer.service));
-}
-
 }  // namespace
 
 void HumanPresenter::nodeStarted(const NodeIdentity& node) {
@@ -44,6 +40,15 @@ void HumanPresenter::peerChangedState(const Peer& peer) {
   const bool responsive = peer.state == PeerState::Responsive;
   tell(responsive ? Tone::Good : Tone::Bad,
        nameAndAddress(peer) + (responsive ? " answers" : " does not answer any more"));
+}
+
+void HumanPresenter::connectionChanged(const ConnectionEvent& event) {
+  const Tone tone = event.change == ConnectionEvent::Change::Connected ? Tone::Good : Tone::Notice;
+  tell(tone, connectionText(event));
+}
+
+void HumanPresenter::notificationSeen(const SeenNotification& notification) {
+  tell(Tone::Strong, notificationText(notification));
 }
 
 void PlainPresenter::tell(Tone tone, const std::string& text) {

@@ -28,6 +28,8 @@ class HumanPresenter : public NodeListener {
   void peerDiscovered(const Peer& peer) override;
   void peerRemoved(const Peer& peer) override;
   void peerChangedState(const Peer& peer) override;
+  void connectionChanged(const ConnectionEvent& event) override;
+  void notificationSeen(const SeenNotification& notification) override;
 
   /// The terminal has another size now.
   virtual void resized() {}

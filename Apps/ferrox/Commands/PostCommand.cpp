@@ -1,0 +1,205 @@
+// `ferrox post NAME`: one notification to the peers that are there.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "Apps/ferrox/Commands/Report.h"
+#include "Apps/ferrox/Commands/Subcommand.h"
+#include "Apps/ferrox/Events/SignalWatcher.h"
+#include "Apps/ferrox/Node/Node.h"
+#include "Apps/ferrox/Terminal/TerminalText.h"
+#include "Classes/Discovery/FRXNetService.h"
+#include "Platform/Base/Json.h"
+#include "Platform/Host/Text.h"
+#include "Platform/RunLoop/RunLoop.h"
+#include "Platform/RunLoop/Timer.h"
+
+namespace ferrox::command {
+namespace {
+
+/// The second question of a discovery goes out a second after the first: who has not been heard of by then
+/// lost both, or is not there.
+constexpr std::chrono::milliseconds settlingTime{1500};
+constexpr std::chrono::seconds closingTime{10};
+
+using Recipients = std::vector<std::shared_ptr<FRXNetService>>;
+
+class PostCommand final : public Subcommand, public NodeListener {
+ public:
+  CLI::App* declare(CLI::App& parent) override;
+
+  int run() override {
+    applyNodeOptions(setup_.options);
+    RunLoop& loop = RunLoop::main();
+    node_ = Node::make(setup_, *this);
+    const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP}, [this](int) {
+      interrupted_ = true;
+      finish();
+    });
+    const auto wait = std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(wait_));
+    const auto deadline = Timer::scheduleOnce(loop, wait, [this] { postNow(); });
+    settleAnew();
+    node_->start();
+    loop.run();
+    node_->stop();
+    if (failure_) return reportFailure(setup_.options.json, "cannot start: " + *failure_);
+    if (interrupted_ && recipients_.empty()) return ExitInterrupted;
+    return report();
+  }
+
+  void nodeFailed(const std::string& reason) override {
+    failure_ = reason;
+    RunLoop::main().stop();
+  }
+  void peerDiscovered(const Peer&) override { settleAnew(); }
+  void peerRemoved(const Peer&) override { settleAnew(); }
+  void peerChangedState(const Peer&) override { settleAnew(); }
+  void connectionChanged(const ConnectionEvent& event) override {
+    settleAnew();
+    // Once it was posted, connections end because this side closes them. A clean end is the peer's word that
+    // it has read all that came before.
+    const auto clean = event.userInfo.find("wasClean");
+    const auto id = event.userInfo.find("frxId");
+    if (clean == event.userInfo.end() || clean->second != FRXValue("YES") || id == event.userInfo.end())
+      return;
+    if (const std::string* serviceId = id->second.asText()) confirmed_.insert(*serviceId);
+  }
+
+ private:
+  void settleAnew() {
+    if (posted_) return;
+    settling_ = Timer::scheduleOnce(RunLoop::main(), settlingTime, [this] {
+      if (everybodyIsConnected()) postNow();
+    });
+  }
+
+  bool everybodyIsConnected() const {
+    const std::vector<Peer> peers = node_->peers();
+    return !peers.empty() && !node_->isSearching() &&
+           std::all_of(peers.begin(), peers.end(), [](const Peer& peer) { return peer.connectedSince; });
+  }
+
+  void postNow() {
+    if (std::exchange(posted_, true)) return;
+    found_ = node_->peers().size();
+    confirmed_.clear();
+    recipients_ = node_->messaging().post(post_);
+    finish();
+  }
+
+  void finish() {
+    posted_ = true;
+    settling_.reset();
+    node_->finish(closingTime, [] { RunLoop::main().stop(); });
+  }
+
+  int report() const;
+  int reportReached(const Recipients& reached) const;
+  static std::string names(const Recipients& services);
+
+  NodeSetup setup_;
+  Post post_;
+  double wait_ = 3.0;
+  std::shared_ptr<Node> node_;
+  std::unique_ptr<Timer> settling_;
+  bool posted_ = false;
+  bool interrupted_ = false;
+  std::optional<std::string> failure_;
+  std::size_t found_ = 0;
+  Recipients recipients_;
+  std::set<std::string> confirmed_;
+};
+
+std::string checkNotBlank(const std::string& text) {
+  if (isBlank(text)) return "must not be blank";
+  return ferrox::text::isValidUtf8(text) ? "" : "must be UTF-8 text";
+}
+
+CLI::App* PostCommand::declare(CLI::App& parent) {
+  CLI::App* app = parent.add_subcommand("post", "posts one notification to the peers that are there");
+  app->add_option("NAME", post_.name, "the notification's name")
+      ->required()
+      ->check(CLI::Validator(checkNotBlank, ""));
+  app->add_option_function<std::string>(
+         "--filter", [this](const std::string& text) { post_.filter = text; },
+         "reaches those who observe the name with this filter, or with none")
+      ->type_name("TEXT")
+      ->check(CLI::Validator(checkNotBlank, ""));
+  app->add_option_function<std::string>(
+         "--user-info",
+         [this](const std::string& text) {
+           FRXError error;
+           const std::optional<FRXValue> value = parseJson(text, &error);
+           if (!value) throw CLI::ValidationError("--user-info", "is no JSON: " + error.localizedDescription);
+           if (value->asObject() == nullptr) throw CLI::ValidationError("--user-info", "is no JSON object");
+           post_.userInfo = *value->asObject();
+         },
+         "what goes along, a JSON object")
+      ->type_name("JSON");
+  app->add_option("--wait", wait_, "how many seconds to look for peers at most (default: 3)")
+      ->type_name("S")
+      ->check(CLI::Range(0.0, 3600.0).description(""));
+  declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
+  app->footer(
+      "It looks for peers, and posts as soon as it is connected to all that it found and nobody new has "
+      "shown up "
+      "for 1.5 seconds. It ends when they have confirmed that they read it: exit status 0, or 1 when it "
+      "reached "
+      "nobody.\n\n"
+      "Example:\n  ferrox post TakeFinished --filter \"edit suite 3\" --user-info '{\"take\": 7}'");
+  return app;
+}
+
+int PostCommand::report() const {
+  Recipients reached;
+  Recipients doubtful;
+  for (const auto& service : recipients_) {
+    (confirmed_.contains(service->serviceId()) ? reached : doubtful).push_back(service);
+  }
+  if (!doubtful.empty() && !reached.empty()) {
+    fmt::print(stderr, "ferrox: the connection broke before this was confirmed by {}\n", names(doubtful));
+  }
+  if (!reached.empty()) return reportReached(reached);
+  const bool json = setup_.options.json;
+  if (!doubtful.empty()) {
+    return reportFailure(json, "the connection broke before anybody confirmed it: " + names(doubtful));
+  }
+  if (found_ == 0) return reportFailure(json, fmt::format("nobody was found within {} s", wait_));
+  return reportFailure(
+      json, fmt::format("{} found, but none could be connected to within {} s",
+                        found_ == 1 ? "one peer was" : fmt::format("{} peers were", found_), wait_));
+}
+
+int PostCommand::reportReached(const Recipients& reached) const {
+  if (setup_.options.json) {
+    FRXArray services;
+    for (const auto& service : reached) services.emplace_back(recordOf(*service));
+    return reportEvent(
+        "result",
+        {{"cmd", "post"}, {"ok", true}, {"sentTo", reached.size()}, {"services", std::move(services)}});
+  }
+  return reportText(fmt::format("sent to {}: {}\n",
+                                reached.size() == 1 ? "1 peer" : fmt::format("{} peers", reached.size()),
+                                names(reached)));
+}
+
+std::string PostCommand::names(const Recipients& services) {
+  std::string out;
+  for (const auto& service : services) {
+    out += (out.empty() ? "" : ", ") + escapedForTerminal(displayName(*service));
+  }
+  return out;
+}
+
+}  // namespace
+
+std::unique_ptr<Subcommand> makePostCommand() { return std::make_unique<PostCommand>(); }
+
+}  // namespace ferrox::command
