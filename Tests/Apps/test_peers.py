@@ -28,10 +28,11 @@ class Peers(unittest.TestCase):
         self.assertEqual(record["port"], second.started()["port"])
         self.assertEqual(record["name"], second.started()["serviceName"])
         self.assertEqual(record["serviceId"], f"{record['hostName']}:{record['port']}")
+        first.wait("connected", lambda event: event["userInfo"]["frxId"] == record["serviceId"])
         listed = [service for service in first.ask("peers")["services"] if service["name"] == record["name"]]
         self.assertEqual(len(listed), 1)
         self.assertEqual({key: listed[0][key] for key in record}, record)
-        self.assertEqual((listed[0]["state"], listed[0]["connected"]), ("responsive", False))
+        self.assertEqual((listed[0]["state"], listed[0]["connected"]), ("responsive", True))
         reported = [event for event in first.seen
                     if event["event"] == "peerDiscovered" and first.about(second)(event)]
         self.assertEqual(len(reported), 1)
