@@ -1,7 +1,9 @@
 // The statements of docs/delivery.md, under their numbers, over real sockets.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <thread>
 
 #include "Classes/Notifications/FRXNotificationCenter.h"
@@ -327,6 +329,34 @@ TEST_F(Delivery, S15ThePostersOwnObserversAreNotCalled) {
   post("N");
   ASSERT_TRUE(waitForArrivals(1));
   EXPECT_EQ(called, 0);
+}
+
+std::size_t openDescriptors() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+  return count;
+}
+
+TEST_F(Delivery, ReconnectingTwoHundredTimesLeavesNothingBehind) {
+  const auto reconnect = [this] {
+    clock_.advance(std::chrono::seconds(1), loop_);  // no burst of dials, which would be spread in time
+    connect(receiver_);
+    post("KEPT", {{"p", std::string(1000, 'x')}}, true);
+    sync();
+    events_.clear();
+    disconnect(receiver_);
+    ASSERT_TRUE(waitFor(loop_, [&] { return log_->mentions(LogLevel::Verbose, "Websocket closed: "); }));
+    arrivals_.clear();
+    threads_.clear();
+    log_->clear();
+  };
+  for (int i = 0; i < 50; ++i) reconnect();
+  const std::size_t descriptors = openDescriptors();
+  const std::size_t memory = mallinfo2().uordblks;
+  for (int i = 0; i < 200; ++i) reconnect();
+  EXPECT_TRUE(waitFor(loop_, [&] { return openDescriptors() <= descriptors; }));
+  // With a sanitizer's allocator there are no counts to compare; it reports leaks by itself.
+  EXPECT_LT(mallinfo2().uordblks, memory + 100 * 1024) << "500 bytes a reconnect would be too much";
 }
 
 }  // namespace
