@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <limits>
@@ -77,10 +78,11 @@ class Builder {
     return true;
   }
   bool on_key(json::string_view rest, std::size_t, json::error_code&) {
-    pending_.append(rest.data(), rest.size());
-    auto* const bytes = static_cast<char*>(memory_.allocate(pending_.size() + 1, 1));
+    const std::size_t size = pending_.size() + rest.size();
+    auto* const bytes = static_cast<char*>(memory_.allocate(size + 1, 1));
     pending_.copy(bytes, pending_.size());
-    keys_.emplace_back(bytes, pending_.size());
+    rest.copy(bytes + pending_.size(), rest.size());
+    keys_.emplace_back(bytes, size);
     pending_.clear();
     return true;
   }
@@ -288,6 +290,17 @@ bool isWritableObject(const FRXDictionary& object, unsigned depth) {
   });
 }
 
+/// Whether none of eight bytes needs an escape.
+bool isPlain(const char* bytes) {
+  constexpr std::uint64_t each = 0x0101010101010101U;
+  constexpr std::uint64_t highBits = each * 0x80;
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, sizeof(word));
+  const auto hasZero = [](std::uint64_t w) { return (w - each) & ~w & highBits; };
+  const std::uint64_t controls = (word - each * 0x20) & ~word & highBits;
+  return (controls | hasZero(word ^ each * '"') | hasZero(word ^ each * '\\')) == 0;
+}
+
 void appendEscape(std::string& out, char c) {
   constexpr std::string_view hexDigits = "0123456789abcdef";
   switch (c) {
@@ -344,6 +357,7 @@ void appendJsonString(std::string& out, std::string_view text) {
   out += '"';
   std::size_t plainBegin = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
+    while (text.size() - i > sizeof(std::uint64_t) && isPlain(text.data() + i)) i += sizeof(std::uint64_t);
     const char c = text[i];
     if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
     out.append(text, plainBegin, i - plainBegin);

@@ -212,6 +212,22 @@ TEST(Json, EscapesWhatHasToBeEscapedAndNothingElse) {
   EXPECT_EQ(writeJson("a\0b"s), "\"a\\u0000b\"");
 }
 
+TEST(Json, EscapesAtEveryPlaceOfATextOfEveryLength) {
+  for (std::size_t size = 1; size < 40; ++size) {
+    for (std::size_t place = 0; place < size; ++place) {
+      for (const char special : {'"', '\\', '\n', '\x1f', '\0'}) {
+        std::string text(size, '\x7f');
+        text[place] = special;
+        const auto written = writeJson(text);
+        ASSERT_EQ(parseJson(written.value()), FRXValue(text)) << size << " " << place;
+      }
+      std::string text(size, ' ');
+      text[place] = '\xff';
+      ASSERT_FALSE(writeJson(text)) << size << " " << place;
+    }
+  }
+}
+
 TEST(Json, DoublesStayDoublesAndReadBackTheSame) {
   const double samples[] = {0.0,
                             -0.0,
