@@ -114,8 +114,8 @@ bool isPlausibleHostName(std::string_view name) {
 }
 
 /// Tells the browser of an instance that connected and said where it can be reached.
-void announceConnectingService(const std::map<std::string, std::string>& parameters,
-                               const std::string& frxId, const std::string& address) {
+void announceConnectingService(const std::map<std::string, std::string>& parameters, const std::string& frxId,
+                               const std::string& address) {
   constexpr std::int64_t largestPort = 65'535;
   const auto host = parameters.find("hostname");
   const auto portText = parameters.find("port");
