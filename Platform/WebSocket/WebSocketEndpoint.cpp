@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "Platform/HTTP/Server/NetworkThread.h"
-#include "Platform/HTTP/Server/SocketChannel.h"
+#include "Platform/HTTP/Server/StreamChannel.h"
 #include "Platform/Log/Log.h"
 #include "Platform/WebSocket/WebSocketFraming.h"
 
@@ -17,7 +17,7 @@ constexpr std::size_t keptOutput = 64 * 1024;
 }  // namespace
 
 WebSocketEndpoint::WebSocketEndpoint(std::shared_ptr<NetworkThread> thread, const HTTPServerLimits& limits,
-                                     const SocketChannel& channel, std::shared_ptr<void> keepAlive)
+                                     const StreamChannel& channel, std::shared_ptr<void> keepAlive)
     : thread_(std::move(thread)),
       limits_(limits),
       peerHost_(channel.peerHost()),
@@ -26,7 +26,7 @@ WebSocketEndpoint::WebSocketEndpoint(std::shared_ptr<NetworkThread> thread, cons
 
 WebSocketEndpoint::~WebSocketEndpoint() = default;
 
-void WebSocketEndpoint::open(std::unique_ptr<SocketChannel> channel, std::shared_ptr<WebSocket> socket,
+void WebSocketEndpoint::open(std::unique_ptr<StreamChannel> channel, std::shared_ptr<WebSocket> socket,
                              std::string answer, std::string_view received) {
   framing_ = std::make_unique<WebSocketFraming>(WebSocketFraming::Role::Server, limits_.webSocketMessage,
                                                 [this](std::string_view text) { receivedText(text); });

@@ -18,7 +18,7 @@
 namespace ferrox {
 
 class NetworkThread;
-class SocketChannel;
+class StreamChannel;
 class WebSocketFraming;
 
 /// Made before the upgrade is answered, opened afterwards; what is sent before then waits.
@@ -27,11 +27,11 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
  public:
   /// `keepAlive` is let go when the connection is over.
   WebSocketEndpoint(std::shared_ptr<NetworkThread> thread, const HTTPServerLimits& limits,
-                    const SocketChannel& channel, std::shared_ptr<void> keepAlive);
+                    const StreamChannel& channel, std::shared_ptr<void> keepAlive);
   ~WebSocketEndpoint() override;
 
   /// `answer` is the 101 response, `received` what the client sent behind its handshake.
-  void open(std::unique_ptr<SocketChannel> channel, std::shared_ptr<WebSocket> socket, std::string answer,
+  void open(std::unique_ptr<StreamChannel> channel, std::shared_ptr<WebSocket> socket, std::string answer,
             std::string_view received);
 
   void sendText(std::string text) override;
@@ -69,7 +69,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   const std::string peerHost_;
   const std::uint16_t localPort_;
   std::shared_ptr<void> keepAlive_;
-  std::unique_ptr<SocketChannel> channel_;
+  std::unique_ptr<StreamChannel> channel_;
   std::shared_ptr<WebSocket> socket_;
   std::unique_ptr<WebSocketFraming> framing_;
   Phase phase_ = Phase::Waiting;

@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "Platform/Base/Utf8.h"
 #include "Platform/Log/Log.h"
 #include "Platform/WebSocket/MaskingKeys.h"
 #include "Platform/WebSocket/WebSocketFrame.h"
@@ -41,6 +42,7 @@ struct WebSocketFraming::Library {
     callbacks.genmask_callback = &makeKey;
     callbacks.on_frame_recv_start_callback = &frameStarts;
     callbacks.on_frame_recv_chunk_callback = &chunkArrives;
+    callbacks.on_frame_recv_end_callback = &frameEnds;
     callbacks.on_msg_recv_callback = &messageEnds;
     const auto initialise =
         framing.role_ == Role::Server ? &wslay_event_context_server_init : &wslay_event_context_client_init;
@@ -84,22 +86,19 @@ struct WebSocketFraming::Library {
   static void frameStarts(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg* frame,
                           void* user) {
     auto& framing = framingOf(user);
-    framing.insideControlFrame_ = wslay_is_ctrl_frame(frame->opcode) != 0;
     framing.frameStarts(frame->opcode, frame->payload_length);
   }
   static void chunkArrives(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg* chunk,
                            void* user) {
-    auto& framing = framingOf(user);
-    if (framing.insideControlFrame_ || framing.refusal_ != 0) return;
-    framing.message_.append(reinterpret_cast<const char*>(chunk->data), chunk->data_length);
+    framingOf(user).chunkArrives({reinterpret_cast<const char*>(chunk->data), chunk->data_length});
   }
+  static void frameEnds(wslay_event_context_ptr, void* user) { framingOf(user).frameEnds(); }
   static void messageEnds(wslay_event_context_ptr, const wslay_event_on_msg_recv_arg* message, void* user) {
     auto& framing = framingOf(user);
     if (framing.refusal_ != 0) return;
     if (message->opcode == WSLAY_TEXT_FRAME) return framing.receivedText();
     if (message->opcode != WSLAY_CONNECTION_CLOSE) return;
-    framing.receivedClose(message->status_code,
-                          {reinterpret_cast<const char*>(message->msg), message->msg_length});
+    framing.receivedClose(message->status_code);
   }
 
   void queue(WebSocketOpcode opcode, std::string_view payload) const {
@@ -143,11 +142,30 @@ void WebSocketFraming::readFailed() {
 }
 
 void WebSocketFraming::frameStarts(std::uint8_t opcode, std::uint64_t size) {
+  insideControlFrame_ = wslay_is_ctrl_frame(opcode) != 0;
+  insideCloseFrame_ = opcode == WSLAY_CONNECTION_CLOSE;
   // The library takes half a close code for none.
   if (opcode == WSLAY_CONNECTION_CLOSE && size == codeSize - 1) return refuse(WSLAY_CODE_PROTOCOL_ERROR);
   if (insideControlFrame_) return;
   if (opcode == WSLAY_BINARY_FRAME) return refuse(WSLAY_CODE_UNSUPPORTED_DATA);
   if (size > maxMessage_ - message_.size()) refuse(WSLAY_CODE_MESSAGE_TOO_BIG);
+}
+
+void WebSocketFraming::chunkArrives(std::string_view bytes) {
+  if (refusal_ != 0) return;
+  if (!insideControlFrame_) {
+    message_.append(bytes);
+  } else if (insideCloseFrame_) {
+    closePayload_.append(bytes);
+  }
+}
+
+// The library lets a reason pass that is not UTF-8 when it comes in pieces. This is called before the library
+// answers the frame.
+void WebSocketFraming::frameEnds() {
+  if (!insideCloseFrame_ || refusal_ != 0 || closePayload_.size() <= codeSize) return;
+  if (!isUtf8(std::string_view(closePayload_).substr(codeSize)))
+    refuse(WSLAY_CODE_INVALID_FRAME_PAYLOAD_DATA);
 }
 
 void WebSocketFraming::refuse(std::uint16_t code) {
@@ -163,10 +181,13 @@ void WebSocketFraming::receivedText() {
   if (message_.capacity() > keptMessage) message_.shrink_to_fit();
 }
 
-void WebSocketFraming::receivedClose(std::uint16_t code, std::string_view payload) {
+void WebSocketFraming::receivedClose(std::uint16_t code) {
   closeReceived_ = true;
-  closeCode_ = payload.size() < codeSize ? std::uint16_t{WSLAY_CODE_NO_STATUS_RCVD} : code;
-  if (payload.size() > codeSize) closeReason_ = payload.substr(codeSize);
+  closeCode_ = closePayload_.size() < codeSize ? std::uint16_t{WSLAY_CODE_NO_STATUS_RCVD} : code;
+}
+
+std::string WebSocketFraming::closeReason() const {
+  return !closeReceived_ || closePayload_.size() <= codeSize ? std::string() : closePayload_.substr(codeSize);
 }
 
 void WebSocketFraming::queueText(std::string_view text) { library_->queue(WebSocketOpcode::Text, text); }

@@ -47,7 +47,7 @@ class WebSocketFraming {
   bool hasReceivedClose() const { return closeReceived_; }
   /// Of the peer's close frame; 1005 when it gave none.
   std::uint16_t closeCode() const { return closeCode_; }
-  const std::string& closeReason() const { return closeReason_; }
+  std::string closeReason() const;
   /// The code with which something was refused, 0 while nothing was.
   std::uint16_t refusal() const { return refusal_; }
 
@@ -55,8 +55,10 @@ class WebSocketFraming {
   struct Library;
 
   void frameStarts(std::uint8_t opcode, std::uint64_t size);
+  void chunkArrives(std::string_view bytes);
+  void frameEnds();
   void refuse(std::uint16_t code);
-  void receivedClose(std::uint16_t code, std::string_view payload);
+  void receivedClose(std::uint16_t code);
   void receivedText();
   void readFailed();
 
@@ -70,12 +72,13 @@ class WebSocketFraming {
   /// A close frame made by hand.
   std::string lastFrame_;
   bool insideControlFrame_ = false;
+  bool insideCloseFrame_ = false;
   bool closeQueued_ = false;
   bool closeReceived_ = false;
   bool closeWritten_ = false;
   std::uint16_t closeCode_ = 0;
   std::uint16_t refusal_ = 0;
-  std::string closeReason_;
+  std::string closePayload_;
 };
 
 }  // namespace ferrox

@@ -9,42 +9,36 @@
 #include <span>
 #include <string>
 
+#include "Platform/HTTP/Server/StreamChannel.h"
+
 namespace ferrox {
 
 class NetworkThread;
-class Session;
 
-/// Sends at once and without blocking; receives and waits asynchronously, keeping the session alive that is
-/// told about the outcome. Thread: network
-class SocketChannel {
+/// Thread: network
+class SocketChannel final : public StreamChannel {
  public:
   /// Takes `descriptor` (non-blocking, connected) over.
   SocketChannel(NetworkThread& thread, int descriptor);
-  ~SocketChannel();
+  ~SocketChannel() override;
   SocketChannel(const SocketChannel&) = delete;
   SocketChannel& operator=(const SocketChannel&) = delete;
 
-  /// One at a time; `space` must stay in place until the session is told.
-  void receive(std::span<char> space, std::shared_ptr<Session> session);
-  void awaitWritable(std::shared_ptr<Session> session);
-
-  /// Bytes taken by the system; 0 when it takes none now, negative when the socket is broken or, with
-  /// errno EFAULT, the memory is gone. `more` announces that further bytes follow at once.
-  ssize_t sendNow(const char* bytes, std::size_t count, bool more = false);
+  void receive(std::span<char> space, std::shared_ptr<Session> session) override;
+  void awaitWritable(std::shared_ptr<Session> session) override;
+  ssize_t sendNow(const char* bytes, std::size_t count, bool more = false) override;
   /// Holds partial segments back while set (TCP_CORK).
   void setCorked(bool corked);
-  void enableKeepAliveProbes();
-  /// Ends our side; the peer's can still be read.
-  void shutDownSending();
-  void close();
+  void enableKeepAliveProbes() override;
+  void shutDownSending() override;
+  void close() override;
   bool isOpen() const;
 
   int descriptor() const;
   /// True when the peer is this very machine, so that bytes never reach a network card.
   bool isPeerLocal() const { return peerLocal_; }
-  /// The peer's address without a port.
-  const std::string& peerHost() const { return peerHost_; }
-  std::uint16_t localPort() const { return localPort_; }
+  const std::string& peerHost() const override { return peerHost_; }
+  std::uint16_t localPort() const override { return localPort_; }
 
  private:
   void readAddresses();

@@ -204,6 +204,19 @@ TEST_F(WebSocketTest, ViolationsAreClosedWithTheirCodes) {
   EXPECT_TRUE(endpoint->received.empty());
 }
 
+TEST_F(WebSocketTest, AReasonThatIsNotUtf8IsRefusedInWhateverPiecesItComes) {
+  start();
+  RawSocket client = open();
+  const std::string frame = masked(0x88, "\x03\xE8good\xFF");
+  for (const char byte : frame) {
+    ASSERT_TRUE(client.send({&byte, 1}));
+    std::this_thread::sleep_for(1ms);
+  }
+  const auto answer = readFrame(client);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->closeCode(), 1007);
+}
+
 TEST_F(WebSocketTest, AMessageAtTheLimitPasses) {
   limits.webSocketMessage = 1000;
   start();
