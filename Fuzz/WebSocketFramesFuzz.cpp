@@ -33,10 +33,10 @@ Reading readBy(WebSocketFraming::Role role, std::string_view bytes, std::size_t 
   while (!bytes.empty()) {
     framing.read(bytes.substr(0, pieceSize));
     bytes.remove_prefix(std::min(pieceSize, bytes.size()));
-    FUZZ_REQUIRE(framing.write(output));
+    framing.write(output);
   }
   framing.queueText("may not follow a close frame");
-  FUZZ_REQUIRE(framing.write(output));
+  framing.write(output);
   ferrox::fuzz::requireSoundFrames(output, role == WebSocketFraming::Role::Client, false);
   seen.refusal = framing.refusal();
   seen.closeCode = framing.closeCode();

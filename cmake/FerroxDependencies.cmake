@@ -7,7 +7,6 @@ find_package(ICU 70 REQUIRED COMPONENTS i18n uc)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(AVAHI REQUIRED IMPORTED_TARGET avahi-core avahi-client)
-find_package(wslay REQUIRED)
 
 if(FERROX_BUILD_APPS)
   find_package(CLI11 REQUIRED)

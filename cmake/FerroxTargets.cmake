@@ -6,7 +6,7 @@ target_include_directories(ferrox_objects PUBLIC "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(ferrox_objects PRIVATE FERROX_VERSION="${PROJECT_VERSION}" BOOST_ASIO_NO_DEPRECATED)
 target_link_libraries(ferrox_objects
   PRIVATE ferrox_flags Boost::json Boost::url CURL::libcurl ICU::i18n ICU::uc OpenSSL::Crypto
-          PkgConfig::AVAHI wslay Threads::Threads)
+          PkgConfig::AVAHI Threads::Threads)
 
 function(ferrox_sources)
   list(TRANSFORM ARGN PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
@@ -20,7 +20,7 @@ function(ferrox_library target kind)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
   target_link_libraries(${target} PRIVATE ferrox_flags Boost::json Boost::url CURL::libcurl ICU::i18n ICU::uc
-                        OpenSSL::Crypto PkgConfig::AVAHI wslay PUBLIC Threads::Threads)
+                        OpenSSL::Crypto PkgConfig::AVAHI PUBLIC Threads::Threads)
 endfunction()
 
 ferrox_library(ferrox STATIC)

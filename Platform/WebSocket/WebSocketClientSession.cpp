@@ -81,14 +81,10 @@ void WebSocketClientSession::readAnswer(std::string_view bytes) {
 // Pongs and close frames take their place behind what is queued already.
 void WebSocketClientSession::takeAnswers() {
   if (isDone()) return;
-  auto answers = std::make_shared<std::string>();
-  if (!framing_.write(*answers))
-    return fail(clientError(WebSocketClientErrorConnectionLost, "Out of memory"));
-  const std::size_t size = answers->size();
-  output_.append(std::move(answers), 0, size);
-  if (output_.size() > limits_.sendQueue) {
-    return fail(clientError(WebSocketClientErrorSendQueueFull, "The peer does not read"));
-  }
+  std::string answers;
+  framing_.write(answers);
+  const std::size_t size = answers.size();
+  if (size > 0) output_.append(std::make_shared<const std::string>(std::move(answers)), 0, size);
   if (phase_ == Phase::Open && (framing_.hasWrittenClose() || !framing_.isReading())) phase_ = Phase::Closing;
   if (phase_ == Phase::Closing && !std::exchange(closingToldOf_, true)) listener_.sessionDidStartClosing();
 }

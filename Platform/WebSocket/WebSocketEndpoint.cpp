@@ -146,7 +146,7 @@ void WebSocketEndpoint::takePosted() {
   for (const std::string& text : posted) {
     framing_->queueText(text);
     queuedBytes_ -= text.size();
-    if (!framing_->write(output_)) break;
+    framing_->write(output_);
   }
   if (closing) framing_->queueClose(closing->code, closing->reason);
 }
@@ -157,7 +157,7 @@ void WebSocketEndpoint::pump() {
     return end();
   }
   takePosted();
-  if (!framing_->write(output_)) return end();
+  framing_->write(output_);
   if (phase_ == Phase::Open && framing_->hasWrittenClose()) enter(Phase::Closing);
   if (!flush() || phase_ != Phase::Closing) return;
   // Reading is over after the peer's close frame or an error of its. The peer may still be sending, and

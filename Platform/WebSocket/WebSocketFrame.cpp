@@ -16,8 +16,10 @@ std::string_view cutAtCharacter(std::string_view text, std::size_t limit) {
   return text.substr(0, limit);
 }
 
-std::size_t writeHeader(unsigned char* to, WebSocketOpcode opcode, std::size_t payloadSize, MaskingKey key) {
-  constexpr unsigned char final = 0x80, masked = 0x80;
+/// Without a masking key.
+std::size_t writeHeader(unsigned char* to, WebSocketOpcode opcode, std::size_t payloadSize, bool isMasked) {
+  constexpr unsigned char final = 0x80;
+  const unsigned char masked = isMasked ? 0x80 : 0;
   std::size_t used = 0;
   to[used++] = static_cast<unsigned char>(final | static_cast<unsigned char>(opcode));
   std::size_t lengthBytes = 0;
@@ -30,8 +32,7 @@ std::size_t writeHeader(unsigned char* to, WebSocketOpcode opcode, std::size_t p
   for (std::size_t i = lengthBytes; i > 0; --i) {
     to[used++] = static_cast<unsigned char>(payloadSize >> ((i - 1) * 8));
   }
-  std::memcpy(to + used, key.data(), key.size());
-  return used + key.size();
+  return used;
 }
 
 }  // namespace
@@ -65,9 +66,17 @@ void copyMasked(char* to, const char* from, std::size_t count, MaskingKey key) {
   for (; done < count; ++done) to[done] = static_cast<char>(from[done] ^ static_cast<char>(key[done % 4]));
 }
 
+void appendFrame(std::string& to, WebSocketOpcode opcode, std::string_view payload) {
+  unsigned char header[maxHeader];
+  const std::size_t headerSize = writeHeader(header, opcode, payload.size(), false);
+  to.append(reinterpret_cast<const char*>(header), headerSize).append(payload);
+}
+
 void appendMaskedFrame(std::string& to, WebSocketOpcode opcode, std::string_view payload, MaskingKey key) {
   unsigned char header[maxHeader];
-  const std::size_t headerSize = writeHeader(header, opcode, payload.size(), key);
+  std::size_t headerSize = writeHeader(header, opcode, payload.size(), true);
+  std::memcpy(header + headerSize, key.data(), key.size());
+  headerSize += key.size();
   const std::size_t start = to.size();
   to.resize(start + headerSize + payload.size());
   std::memcpy(to.data() + start, header, headerSize);

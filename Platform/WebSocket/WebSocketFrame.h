@@ -19,7 +19,9 @@ bool isSendableCloseCode(int code);
 /// boundary to what a control frame holds, and left out when it is not UTF-8. Thread: any
 std::string closePayload(int code, std::string_view reason);
 
-/// Appends one whole frame, with the payload masked. Thread: any
+/// Appends one whole frame as a server sends it. Thread: any
+void appendFrame(std::string& to, WebSocketOpcode opcode, std::string_view payload);
+/// Appends one whole frame as a client sends it: with the payload masked. Thread: any
 void appendMaskedFrame(std::string& to, WebSocketOpcode opcode, std::string_view payload, MaskingKey key);
 
 /// Copies `count` bytes and masks them on the way; the same call takes a mask off again. Thread: any

@@ -1,224 +1,187 @@
 #include "Platform/WebSocket/WebSocketFraming.h"
 
-#include <sys/types.h>
-#include <wslay/wslay.h>
-
 #include <algorithm>
 #include <cstring>
-#include <exception>
-#include <new>
 #include <utility>
 
 #include "Platform/Base/Utf8.h"
-#include "Platform/Log/Log.h"
-#include "Platform/WebSocket/MaskingKeys.h"
-#include "Platform/WebSocket/WebSocketFrame.h"
 
 namespace ferrox {
 namespace {
 
 constexpr std::size_t keptMessage = 64 * 1024;
 constexpr std::size_t codeSize = 2;
+constexpr std::size_t shortHeader = 2;
+constexpr std::size_t maxControlPayload = 125;
+constexpr std::uint64_t maxIn16Bits = 0xFFFF;
 
-std::string frameOf(WebSocketFraming::Role role, WebSocketOpcode opcode, std::string_view payload) {
-  std::string frame;
-  if (role == WebSocketFraming::Role::Client) {
-    appendMaskedFrame(frame, opcode, payload, MaskingKeys().next());
-  } else {
-    frame = {static_cast<char>(0x80 | static_cast<int>(opcode)), static_cast<char>(payload.size())};
-    frame.append(payload);
-  }
-  return frame;
-}
+constexpr std::uint16_t protocolError = 1002;
+constexpr std::uint16_t unsupportedData = 1003;
+constexpr std::uint16_t noStatus = 1005;
+constexpr std::uint16_t invalidPayload = 1007;
+constexpr std::uint16_t messageTooBig = 1009;
+
+enum Opcode : unsigned {
+  continuation = 0x0,
+  text = 0x1,
+  binary = 0x2,
+  closing = 0x8,
+  ping = 0x9,
+  pong = 0xA
+};
 
 }  // namespace
 
-/// The library's context and the functions that it calls back.
-struct WebSocketFraming::Library {
-  explicit Library(WebSocketFraming& framing) {
-    wslay_event_callbacks callbacks{};
-    callbacks.recv_callback = &take;
-    callbacks.send_callback = &give;
-    callbacks.genmask_callback = &makeKey;
-    callbacks.on_frame_recv_start_callback = &frameStarts;
-    callbacks.on_frame_recv_chunk_callback = &chunkArrives;
-    callbacks.on_frame_recv_end_callback = &frameEnds;
-    callbacks.on_msg_recv_callback = &messageEnds;
-    const auto initialise =
-        framing.role_ == Role::Server ? &wslay_event_context_server_init : &wslay_event_context_client_init;
-    if (initialise(&context, &callbacks, &framing) != 0) throw std::bad_alloc();
-    // Unbuffered: the library keeps a list node for each fragment, which a peer can multiply at will.
-    wslay_event_config_set_no_buffering(context, 1);
-    wslay_event_config_set_max_recv_msg_length(context, framing.maxMessage_);
-  }
-  ~Library() { wslay_event_context_free(context); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
-  static WebSocketFraming& framingOf(void* user) { return *static_cast<WebSocketFraming*>(user); }
-
-  static ssize_t take(wslay_event_context_ptr context, std::uint8_t* to, std::size_t count, int, void* user) {
-    std::string_view& input = framingOf(user).input_;
-    if (input.empty()) {
-      wslay_event_set_error(context, WSLAY_ERR_WOULDBLOCK);
-      return -1;
-    }
-    const std::size_t taken = std::min(count, input.size());
-    std::memcpy(to, input.data(), taken);
-    input.remove_prefix(taken);
-    return static_cast<ssize_t>(taken);
-  }
-  static ssize_t give(wslay_event_context_ptr, const std::uint8_t* from, std::size_t count, int, void* user) {
-    framingOf(user).output_->append(reinterpret_cast<const char*>(from), count);
-    return static_cast<ssize_t>(count);
-  }
-  // No exception may pass through the library's C code.
-  static int makeKey(wslay_event_context_ptr, std::uint8_t* to, std::size_t count, void*) {
-    try {
-      const MaskingKey key = MaskingKeys().next();
-      std::memcpy(to, key.data(), std::min(count, key.size()));
-      return 0;
-    } catch (const std::exception& failure) {
-      FRX_LOG_ERROR(std::string("No masking key: ") + failure.what());
-      return -1;
-    }
-  }
-  static void frameStarts(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg* frame,
-                          void* user) {
-    auto& framing = framingOf(user);
-    framing.frameStarts(frame->opcode, frame->payload_length);
-  }
-  static void chunkArrives(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg* chunk,
-                           void* user) {
-    framingOf(user).chunkArrives({reinterpret_cast<const char*>(chunk->data), chunk->data_length});
-  }
-  static void frameEnds(wslay_event_context_ptr, void* user) { framingOf(user).frameEnds(); }
-  static void messageEnds(wslay_event_context_ptr, const wslay_event_on_msg_recv_arg* message, void* user) {
-    auto& framing = framingOf(user);
-    if (framing.refusal_ != 0) return;
-    if (message->opcode == WSLAY_TEXT_FRAME) return framing.receivedText();
-    if (message->opcode != WSLAY_CONNECTION_CLOSE) return;
-    framing.receivedClose(message->status_code);
-  }
-
-  void queue(WebSocketOpcode opcode, std::string_view payload) const {
-    const wslay_event_msg message{static_cast<std::uint8_t>(opcode),
-                                  reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()};
-    // Refused once a close frame is queued: nothing may follow it (RFC 6455 section 5.5.1).
-    (void)wslay_event_queue_msg(context, &message);
-  }
-
-  wslay_event_context_ptr context = nullptr;
-};
-
 WebSocketFraming::WebSocketFraming(Role role, std::size_t maxMessage, TextSink onText)
-    : role_(role),
-      maxMessage_(maxMessage),
-      onText_(std::move(onText)),
-      library_(std::make_unique<Library>(*this)) {}
-
-WebSocketFraming::~WebSocketFraming() = default;
+    : role_(role), maxMessage_(maxMessage), onText_(std::move(onText)) {}
 
 void WebSocketFraming::read(std::string_view bytes) {
-  if (!isReading()) return;
-  input_ = bytes;
-  const bool sound = wslay_event_recv(library_->context) == 0;
-  input_ = {};
-  if (!sound) readFailed();
-  // What the library refused by itself has its code known once it is written.
-  if (!isReading() && !closeReceived_ && refusal_ == 0) refusal_ = WSLAY_CODE_PROTOCOL_ERROR;
-}
-
-void WebSocketFraming::readFailed() {
-  wslay_event_shutdown_read(library_->context);
-  if (refusal_ != 0 || closeReceived_) return;
-  refusal_ = WSLAY_CODE_PROTOCOL_ERROR;
-  const bool closing = closeQueued_ || wslay_event_get_close_sent(library_->context) != 0;
-  // The library has queued a close frame without a code; ours, which says what was wrong, takes its place.
-  if (!closing && wslay_event_get_write_enabled(library_->context) != 0) {
-    lastFrame_ = frameOf(role_, WebSocketOpcode::Close, closePayload(refusal_, {}));
-    wslay_event_shutdown_write(library_->context);
+  while (reading_ && !bytes.empty()) {
+    if (insideFrame_) {
+      readPayload(bytes);
+    } else {
+      readHeader(bytes);
+    }
   }
 }
 
-void WebSocketFraming::frameStarts(std::uint8_t opcode, std::uint64_t size) {
-  insideControlFrame_ = wslay_is_ctrl_frame(opcode) != 0;
-  insideCloseFrame_ = opcode == WSLAY_CONNECTION_CLOSE;
-  // The library takes half a close code for none.
-  if (opcode == WSLAY_CONNECTION_CLOSE && size == codeSize - 1) return refuse(WSLAY_CODE_PROTOCOL_ERROR);
-  if (insideControlFrame_) return;
-  if (opcode == WSLAY_BINARY_FRAME) return refuse(WSLAY_CODE_UNSUPPORTED_DATA);
-  if (size > maxMessage_ - message_.size()) refuse(WSLAY_CODE_MESSAGE_TOO_BIG);
+std::size_t WebSocketFraming::headerSize() const {
+  if (headerUsed_ < shortHeader) return shortHeader;
+  const unsigned length = header_[1] & 0x7FU;
+  const std::size_t lengthBytes = length == 127 ? 8 : length == 126 ? 2 : 0;
+  return shortHeader + lengthBytes + ((header_[1] & 0x80U) != 0 ? key_.size() : 0);
 }
 
-void WebSocketFraming::chunkArrives(std::string_view bytes) {
-  if (refusal_ != 0) return;
-  if (!insideControlFrame_) {
-    message_.append(bytes);
-  } else if (insideCloseFrame_) {
-    closePayload_.append(bytes);
+void WebSocketFraming::readHeader(std::string_view& bytes) {
+  const std::size_t count = std::min(headerSize() - headerUsed_, bytes.size());
+  std::memcpy(header_.data() + headerUsed_, bytes.data(), count);
+  headerUsed_ += count;
+  bytes.remove_prefix(count);
+  if (headerUsed_ == shortHeader) {
+    if (const std::uint16_t code = judgeHeader(); code != 0) return refuse(code);
+  }
+  if (headerUsed_ >= shortHeader && headerUsed_ == headerSize()) beginFrame();
+}
+
+/// What the first two bytes tell; 0 when nothing is wrong with them (RFC 6455 sections 5.1 to 5.5).
+std::uint16_t WebSocketFraming::judgeHeader() const {
+  const bool final = (header_[0] & 0x80U) != 0, reservedBits = (header_[0] & 0x70U) != 0;
+  const bool masked = (header_[1] & 0x80U) != 0;
+  const unsigned opcode = header_[0] & 0x0FU, length = header_[1] & 0x7FU;
+  if (reservedBits || masked != (role_ == Role::Server)) return protocolError;
+  switch (opcode) {
+    case Opcode::closing:
+      if (length == 1) return protocolError;
+      [[fallthrough]];
+    case Opcode::ping:
+    case Opcode::pong:
+      return final && length <= maxControlPayload ? 0 : protocolError;
+    case Opcode::continuation:
+      return insideMessage_ ? 0 : protocolError;
+    case Opcode::text:
+      return insideMessage_ ? protocolError : 0;
+    case Opcode::binary:
+      return insideMessage_ ? protocolError : unsupportedData;
+    default:
+      return protocolError;
   }
 }
 
-// The library lets a reason pass that is not UTF-8 when it comes in pieces. This is called before the library
-// answers the frame.
-void WebSocketFraming::frameEnds() {
-  if (!insideCloseFrame_ || refusal_ != 0 || closePayload_.size() <= codeSize) return;
-  if (!isUtf8(std::string_view(closePayload_).substr(codeSize)))
-    refuse(WSLAY_CODE_INVALID_FRAME_PAYLOAD_DATA);
+void WebSocketFraming::beginFrame() {
+  const unsigned length = header_[1] & 0x7FU;
+  const std::size_t lengthBytes = length == 127 ? 8 : length == 126 ? 2 : 0;
+  std::uint64_t size = lengthBytes == 0 ? length : 0;
+  for (std::size_t i = 0; i < lengthBytes; ++i) size = size << 8 | header_[shortHeader + i];
+  // The shortest form is required (section 5.2), and the highest bit must not be set.
+  const std::uint64_t smallest = lengthBytes == 8 ? maxIn16Bits + 1 : lengthBytes == 2 ? 126 : 0;
+  if (size < smallest || size >> 63 != 0) return refuse(protocolError);
+  isControl_ = (header_[0] & 0x08U) != 0;
+  if (!isControl_ && size > maxMessage_ - message_.size()) return refuse(messageTooBig);
+  if (role_ == Role::Server)
+    std::memcpy(key_.data(), header_.data() + shortHeader + lengthBytes, key_.size());
+  left_ = static_cast<std::size_t>(size);
+  headerUsed_ = 0;
+  insideFrame_ = true;
+  if (left_ == 0) endFrame();
 }
 
-void WebSocketFraming::refuse(std::uint16_t code) {
-  if (refusal_ != 0) return;
-  refusal_ = code;
-  library_->queue(WebSocketOpcode::Close, closePayload(code, {}));
-  wslay_event_shutdown_read(library_->context);
+void WebSocketFraming::readPayload(std::string_view& bytes) {
+  std::string& target = isControl_ ? control_ : message_;
+  const std::size_t count = std::min(left_, bytes.size()), start = target.size();
+  if (role_ == Role::Server) {
+    target.resize(start + count);
+    copyMasked(target.data() + start, bytes.data(), count, key_);
+    std::rotate(key_.begin(), key_.begin() + static_cast<std::ptrdiff_t>(count % key_.size()), key_.end());
+  } else {
+    target.append(bytes.substr(0, count));
+  }
+  bytes.remove_prefix(count);
+  left_ -= count;
+  if (left_ == 0) endFrame();
+}
+
+void WebSocketFraming::endFrame() {
+  insideFrame_ = false;
+  const bool final = (header_[0] & 0x80U) != 0;
+  if (!isControl_) {
+    insideMessage_ = !final;
+    if (final) receivedText();
+    return;
+  }
+  const std::string payload = std::exchange(control_, {});
+  const unsigned opcode = header_[0] & 0x0FU;
+  if (opcode == Opcode::ping) queue(WebSocketOpcode::Pong, payload);
+  if (opcode == Opcode::closing) receivedClose(payload);
 }
 
 void WebSocketFraming::receivedText() {
+  if (!isUtf8(message_)) return refuse(invalidPayload);
   onText_(message_);
   message_.clear();
   if (message_.capacity() > keptMessage) message_.shrink_to_fit();
 }
 
-void WebSocketFraming::receivedClose(std::uint16_t code) {
+void WebSocketFraming::receivedClose(std::string_view payload) {
+  int code = noStatus;
+  if (payload.size() >= codeSize) {
+    code = static_cast<unsigned char>(payload[0]) << 8 | static_cast<unsigned char>(payload[1]);
+    if (!isSendableCloseCode(code)) return refuse(protocolError);
+    if (!isUtf8(payload.substr(codeSize))) return refuse(invalidPayload);
+    closeReason_ = payload.substr(codeSize);
+  }
   closeReceived_ = true;
-  closeCode_ = closePayload_.size() < codeSize ? std::uint16_t{WSLAY_CODE_NO_STATUS_RCVD} : code;
+  closeCode_ = static_cast<std::uint16_t>(code);
+  reading_ = false;
+  queue(WebSocketOpcode::Close, payload);
 }
 
-std::string WebSocketFraming::closeReason() const {
-  return !closeReceived_ || closePayload_.size() <= codeSize ? std::string() : closePayload_.substr(codeSize);
+void WebSocketFraming::refuse(std::uint16_t code) {
+  refusal_ = code;
+  reading_ = false;
+  queue(WebSocketOpcode::Close, closePayload(code, {}));
 }
 
-void WebSocketFraming::queueText(std::string_view text) { library_->queue(WebSocketOpcode::Text, text); }
-
-void WebSocketFraming::queuePing() { library_->queue(WebSocketOpcode::Ping, {}); }
-
-void WebSocketFraming::queueClose(int code, std::string_view reason) {
-  closeQueued_ = true;
-  library_->queue(WebSocketOpcode::Close, closePayload(code, reason));
+// Nothing may follow a close frame (RFC 6455 section 5.5.1).
+void WebSocketFraming::queue(WebSocketOpcode opcode, std::string_view payload) {
+  if (closeQueued_) return;
+  closeQueued_ = opcode == WebSocketOpcode::Close;
+  if (role_ == Role::Server) return appendFrame(output_, opcode, payload);
+  appendMaskedFrame(output_, opcode, payload, MaskingKeys().next());
 }
 
 void WebSocketFraming::stopWriting() {
   closeQueued_ = closeWritten_ = true;
-  wslay_event_shutdown_write(library_->context);
+  output_.clear();
 }
 
-bool WebSocketFraming::write(std::string& output) {
-  output_ = &output;
-  const bool sound = wslay_event_send(library_->context) == 0;
-  output_ = nullptr;
-  if (!lastFrame_.empty()) {
-    output.append(lastFrame_);
-    lastFrame_.clear();
-    closeWritten_ = true;
-  } else if (!closeWritten_ && wslay_event_get_close_sent(library_->context) != 0) {
-    closeWritten_ = true;
-    if (refusal_ != 0) refusal_ = wslay_event_get_status_code_sent(library_->context);
+void WebSocketFraming::write(std::string& output) {
+  if (output.empty()) {
+    output.swap(output_);
+  } else {
+    output.append(output_);
+    output_.clear();
   }
-  return sound;
+  closeWritten_ = closeQueued_;
 }
-
-bool WebSocketFraming::isReading() const { return wslay_event_get_read_enabled(library_->context) != 0; }
 
 }  // namespace ferrox

@@ -1,12 +1,15 @@
 // The framing of one WebSocket (RFC 6455 section 5) for either role. It sees bytes only, never a socket.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
+
+#include "Platform/WebSocket/MaskingKeys.h"
+#include "Platform/WebSocket/WebSocketFrame.h"
 
 namespace ferrox {
 
@@ -23,62 +26,74 @@ class WebSocketFraming {
 
   /// `maxMessage` in bytes. `onText` is called while bytes are read.
   WebSocketFraming(Role role, std::size_t maxMessage, TextSink onText);
-  ~WebSocketFraming();
   WebSocketFraming(const WebSocketFraming&) = delete;
   WebSocketFraming& operator=(const WebSocketFraming&) = delete;
 
   /// Takes what the peer sent, in pieces of any size; ignored once nothing is read any more.
   void read(std::string_view bytes);
 
-  void queueText(std::string_view text);
-  void queuePing();
+  void queueText(std::string_view text) { queue(WebSocketOpcode::Text, text); }
+  void queuePing() { queue(WebSocketOpcode::Ping, {}); }
   /// A code that may not be sent becomes none. Nothing after the first close frame.
-  void queueClose(int code, std::string_view reason);
+  void queueClose(int code, std::string_view reason) {
+    queue(WebSocketOpcode::Close, closePayload(code, reason));
+  }
   /// Whoever writes frames beside this one has written its close frame: nothing more is queued, no answer
   /// either.
   void stopWriting();
-  /// Appends the frames queued so far. False when there is no memory for it.
-  [[nodiscard]] bool write(std::string& output);
+  /// Appends the frames queued so far.
+  void write(std::string& output);
 
   /// Until the peer's close frame, or something that was refused.
-  bool isReading() const;
+  bool isReading() const { return reading_; }
   /// A close frame of ours has left `write`.
   bool hasWrittenClose() const { return closeWritten_; }
   bool hasReceivedClose() const { return closeReceived_; }
   /// Of the peer's close frame; 1005 when it gave none.
   std::uint16_t closeCode() const { return closeCode_; }
-  std::string closeReason() const;
+  const std::string& closeReason() const { return closeReason_; }
   /// The code with which something was refused, 0 while nothing was.
   std::uint16_t refusal() const { return refusal_; }
 
  private:
-  struct Library;
+  static constexpr std::size_t longestHeader = 14;
 
-  void frameStarts(std::uint8_t opcode, std::uint64_t size);
-  void chunkArrives(std::string_view bytes);
-  void frameEnds();
-  void refuse(std::uint16_t code);
-  void receivedClose(std::uint16_t code);
+  std::size_t headerSize() const;
+  void readHeader(std::string_view& bytes);
+  std::uint16_t judgeHeader() const;
+  void beginFrame();
+  void readPayload(std::string_view& bytes);
+  void endFrame();
   void receivedText();
-  void readFailed();
+  void receivedClose(std::string_view payload);
+  void refuse(std::uint16_t code);
+  void queue(WebSocketOpcode opcode, std::string_view payload);
 
   const Role role_;
   const std::size_t maxMessage_;
   const TextSink onText_;
-  std::unique_ptr<Library> library_;
-  std::string_view input_;
-  std::string* output_ = nullptr;
+
+  // Of the frame that is being read.
+  std::array<unsigned char, longestHeader> header_{};
+  std::size_t headerUsed_ = 0;
+  MaskingKey key_{};
+  std::size_t left_ = 0;
+  bool insideFrame_ = false;
+  bool isControl_ = false;
+  std::string control_;
+
   std::string message_;
-  /// A close frame made by hand.
-  std::string lastFrame_;
-  bool insideControlFrame_ = false;
-  bool insideCloseFrame_ = false;
-  bool closeQueued_ = false;
-  bool closeReceived_ = false;
-  bool closeWritten_ = false;
-  std::uint16_t closeCode_ = 0;
+  bool insideMessage_ = false;
+  bool reading_ = true;
   std::uint16_t refusal_ = 0;
-  std::string closePayload_;
+
+  std::string output_;
+  bool closeQueued_ = false;
+  bool closeWritten_ = false;
+
+  bool closeReceived_ = false;
+  std::uint16_t closeCode_ = 0;
+  std::string closeReason_;
 };
 
 }  // namespace ferrox

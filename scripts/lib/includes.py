@@ -7,7 +7,7 @@ FOLDERS = ("Platform", "Classes", "Apps", "Examples", "Tests", "Fuzz", "Benchmar
 SUFFIXES = {".h", ".cpp"}
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
 THIRD_PARTY = re.compile(
-    r"^(boost|curl|avahi-(core|client|common)|unicode|openssl|wslay|CLI|spdlog|fmt|gtest|gmock|benchmark)/"
+    r"^(boost|curl|avahi-(core|client|common)|unicode|openssl|CLI|spdlog|fmt|gtest|gmock|benchmark)/"
 )
 
 
