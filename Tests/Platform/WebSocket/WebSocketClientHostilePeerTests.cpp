@@ -63,6 +63,10 @@ TEST_F(WebSocketClientHostilePeer, ViolationsAreRefusedWithTheirCodes) {
   EXPECT_EQ(refusalOf(frameOf(0x89, std::string(126, 'x'))), 1002);
   EXPECT_EQ(refusalOf(frameOf(0x88, "x")), 1002);
   EXPECT_EQ(refusalOf(closeFrame(1005)), 1002);
+  EXPECT_EQ(refusalOf(std::string("\x81\x7E\0\x05hello", 9)), 1002) << "not the shortest length";
+  EXPECT_EQ(refusalOf(std::string("\x81\x7F\0\0\0\0\0\0\0\x05hello", 15)), 1002);
+  EXPECT_EQ(refusalOf(std::string("\x81\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 10)), 1002);
+  EXPECT_EQ(refusalOf(std::string("\x81\x7F\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 10)), 1009);
   EXPECT_EQ(refusalOf(closeFrame(1000, "\xFF")), 1007);
 }
 
