@@ -206,7 +206,10 @@ TEST_F(WebSocketClientConnecting, AnIPv6LiteralStandsInBracketsInTheHostField) {
       },
       "::1");
   open(url("[::1]"));
-  ASSERT_TRUE(wait([&] { return delegate().opened == 1; }));
+  ASSERT_TRUE(wait([&] {
+    const std::lock_guard lock(mutex_);
+    return delegate().opened == 1 && !requests_.empty();
+  }));
   const std::lock_guard lock(mutex_);
   EXPECT_NE(requests_.at(0).find("\r\nHost: [::1]:" + std::to_string(server_->port()) + "\r\n"),
             std::string::npos);
