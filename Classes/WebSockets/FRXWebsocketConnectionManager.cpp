@@ -10,6 +10,7 @@
 #include "Classes/Utilities/LocalServiceDirectory.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
 #include "Classes/WebSockets/PeerSocketURL.h"
+#include "Platform/Host/HostIdentity.h"
 #include "Platform/Log/Log.h"
 #include "Platform/PlatformServices.h"
 #include "Platform/RunLoop/RunLoop.h"
@@ -39,7 +40,10 @@ FRXWebsocketConnectionManagerParts FRXWebsocketConnectionManagerParts::usual(
       .currentServices = [] { return FRXBrowser::sharedInstance()->currentServices(); },
       .idForServiceName =
           [](const std::string& name) { return FRXBrowser::sharedInstance()->idForServiceName(name); },
-      .localFRXService = [] { return FRXBrowser::sharedInstance()->localFRXService(); },
+      .localFRXService =
+          [] {
+            return reachableRecord(FRXBrowser::sharedInstance()->localFRXService(), *HostIdentity::current());
+          },
       .refreshDiscovery = [] { FRXBrowser::sharedInstance()->refresh(); },
   };
 }

@@ -5,6 +5,7 @@
 
 #include "Classes/Discovery/FRXNetService.h"
 #include "Classes/Utilities/FRXUtilities.h"
+#include "Platform/Host/HostIdentity.h"
 #include "Platform/Net/HostName.h"
 
 namespace ferrox {
@@ -32,6 +33,15 @@ std::string encoded(const std::string& text) {
 }
 
 }  // namespace
+
+std::shared_ptr<FRXNetService> reachableRecord(std::shared_ptr<FRXNetService> local,
+                                               const HostIdentity& host) {
+  // Announced host names end in a dot.
+  if (!local || local->hostName().value_or("").ends_with('.')) return local;
+  const std::string name = host.hostName();
+  if (name.empty()) return local;
+  return std::make_shared<FRXNetService>(name + ".local.", local->port(), local->name());
+}
 
 std::optional<std::string> peerSocketURL(const std::string& address, const std::string& frxServerId,
                                          const FRXNetService* localService) {
