@@ -8,8 +8,10 @@ import unittest
 
 from command_process import COMMAND, run
 
-STEPS = ["published", "found", "resolved", "responsive", "fetched", "heartbeat", "killed", "unresponsive",
-         "removed", "restarted", "foundAgain", "left", "ended"]
+STEPS = ["published", "found", "resolved", "responsive", "connected", "fetched", "notified", "heartbeat", "joined",
+         "caughtUp", "killed", "connectionLost", "unresponsive", "removed", "restarted", "foundAgain", "reconnected",
+         "caughtUpAgain", "left", "ended"]
+
 
 
 def children_of(process):
@@ -27,10 +29,13 @@ class Demo(unittest.TestCase):
         self.assertEqual(events[-1]["event"], "demo")
         by_step = {event["step"]: event for event in events[:-1]}
         self.assertGreater(by_step["unresponsive"]["milliseconds"], 1000)
+        self.assertLess(by_step["connectionLost"]["milliseconds"], by_step["unresponsive"]["milliseconds"])
+        self.assertGreater(by_step["notified"]["milliseconds"], 0)
+        self.assertGreaterEqual(by_step["caughtUp"]["milliseconds"], 1)
         self.assertGreaterEqual(by_step["removed"]["milliseconds"], by_step["unresponsive"]["milliseconds"])
 
     def test_a_step_that_does_not_happen_fails_the_whole(self):
-        done = run("demo", "--nodes", "2", "--interface", "nosuch0", timeout=120)
+        done = run("demo", "--nodes", "3", "--interface", "nosuch0", timeout=120)
         self.assertEqual(done.returncode, 1)
         self.assertIn("✗", done.stdout)
         self.assertIn("Failed.", done.stdout)

@@ -33,7 +33,7 @@ class Usage(unittest.TestCase):
                           ["post", "X", "--wait", "soon"],
                           ["peers", "--wait", "-1"], ["peers", "extra"], ["search"], ["search", "a b"],
                           ["check"], ["check", "localhost"], ["check", "localhost", "0"],
-                          ["check", "localhost", "70000"], ["demo", "--nodes", "1"], ["demo", "--nodes", "9"]):
+                          ["check", "localhost", "70000"], ["demo", "--nodes", "2"], ["demo", "--nodes", "9"]):
             with self.subTest(arguments=arguments):
                 done = run(*arguments)
                 self.assertEqual(done.returncode, 2)

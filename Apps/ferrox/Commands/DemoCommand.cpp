@@ -1,4 +1,4 @@
-// `ferrox demo`: nodes on this machine that find each other, told step by step.
+// `ferrox demo`: nodes on this machine that find each other and talk, told step by step.
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -9,6 +9,7 @@
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Demo/DemoScript.h"
 #include "Apps/ferrox/Demo/DemoStage.h"
+#include "Apps/ferrox/Demo/DemoTalk.h"
 #include "Apps/ferrox/Demo/Story.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
 
@@ -19,21 +20,21 @@ class DemoCommand final : public Subcommand {
  public:
   CLI::App* declare(CLI::App& parent) override {
     CLI::App* app = parent.add_subcommand(
-        "demo", "nodes on this machine find each other, lose one and find it again, with measured times");
-    app->add_option("--nodes", nodes_, "how many nodes take part (default: 3)")
+        "demo", "nodes on this machine meet, talk, lose one and find it again, with measured times");
+    app->add_option("--nodes", nodes_, "how many nodes take part, the last of them late (default: 4)")
         ->type_name("N")
-        ->check(CLI::Range(2, 8).description(""));
+        ->check(CLI::Range(3, 8).description(""));
     app->add_option("--interface", interfaces_, "meet over this interface (default: lo, seen by nobody else)")
         ->type_name("NAME")
         ->allow_extra_args(false);
     declareOutputOptions(*app, options_);
-    app->footer("Exit status 0 only if every step really happened.\n\nExample:\n  ferrox demo --nodes 4");
+    app->footer("Exit status 0 only if every step really happened.\n\nExample:\n  ferrox demo --nodes 6");
     return app;
   }
 
   int run() override {
     if (interfaces_.empty()) interfaces_.emplace_back("lo");
-    DemoStage stage(nodes_, interfaces_, levelText());
+    DemoStage stage(nodes_, interfaces_, levelText(), {DemoTalk::passing, DemoTalk::kept});
     Story story(options_.json, STDOUT_FILENO);
     return DemoScript(stage, story).play();
   }
@@ -53,7 +54,7 @@ class DemoCommand final : public Subcommand {
     return "error";
   }
 
-  std::size_t nodes_ = 3;
+  std::size_t nodes_ = 4;
   std::vector<std::string> interfaces_;
   NodeOptions options_;
 };

@@ -58,6 +58,10 @@ class PostCommand final : public Subcommand, public NodeListener {
     failure_ = reason;
     RunLoop::main().stop();
   }
+  void localServiceStarted(const std::string&) override {
+    visible_ = true;
+    postIfEverybodyIsThere();
+  }
   void peerDiscovered(const Peer&) override { settleAnew(); }
   void peerRemoved(const Peer&) override { settleAnew(); }
   void peerChangedState(const Peer&) override { settleAnew(); }
@@ -75,15 +79,25 @@ class PostCommand final : public Subcommand, public NodeListener {
  private:
   void settleAnew() {
     if (posted_) return;
+    settled_ = false;
     settling_ = Timer::scheduleOnce(RunLoop::main(), settlingTime, [this] {
-      if (everybodyIsConnected()) postNow();
+      settled_ = true;
+      postIfEverybodyIsThere();
     });
   }
+
+  void postIfEverybodyIsThere() {
+    if (settled_ && isVisible() && everybodyIsConnected()) postNow();
+  }
+
+  // Whoever has seen no announcement of this node would not hear its goodbye either, and list it for long.
+  bool isVisible() const { return visible_ || setup_.options.discovery == DNSSDConfiguration::BackEnd::Off; }
 
   bool everybodyIsConnected() const {
     const std::vector<Peer> peers = node_->peers();
     return !peers.empty() && !node_->isSearching() &&
-           std::all_of(peers.begin(), peers.end(), [](const Peer& peer) { return peer.connectedSince; });
+           std::all_of(peers.begin(), peers.end(),
+                       [](const Peer& peer) { return peer.connectedSince.has_value(); });
   }
 
   void postNow() {
@@ -109,6 +123,8 @@ class PostCommand final : public Subcommand, public NodeListener {
   double wait_ = 3.0;
   std::shared_ptr<Node> node_;
   std::unique_ptr<Timer> settling_;
+  bool settled_ = false;
+  bool visible_ = false;
   bool posted_ = false;
   bool interrupted_ = false;
   std::optional<std::string> failure_;
@@ -148,11 +164,9 @@ CLI::App* PostCommand::declare(CLI::App& parent) {
       ->check(CLI::Range(0.0, 3600.0).description(""));
   declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
   app->footer(
-      "It looks for peers, and posts as soon as it is connected to all that it found and nobody new has "
-      "shown up "
-      "for 1.5 seconds. It ends when they have confirmed that they read it: exit status 0, or 1 when it "
-      "reached "
-      "nobody.\n\n"
+      "It posts once it is connected to all peers that it found and nobody new has shown up for 1.5 seconds, "
+      "and "
+      "ends when they have confirmed it: exit status 0, or 1 when nobody was reached.\n\n"
       "Example:\n  ferrox post TakeFinished --filter \"edit suite 3\" --user-info '{\"take\": 7}'");
   return app;
 }

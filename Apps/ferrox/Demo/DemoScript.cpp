@@ -18,8 +18,8 @@ using namespace std::chrono_literals;
 // keeps a goodbye for it back.
 constexpr std::chrono::milliseconds announcementMemory = 700ms;
 
-std::chrono::milliseconds between(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(to - from);
+std::chrono::microseconds between(DemoStage::Instant from, DemoStage::Instant to) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
 }
 
 DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
@@ -29,6 +29,13 @@ const FRXValue* memberOf(const FRXValue& value, std::string_view outer, std::str
   return object == nullptr ? nullptr : object->member(inner);
 }
 
+const ChildEvent* heartbeat(const DemoPair& pair, DemoStage::Instant since) {
+  return DemoStage::find(*pair.observer, "rejoined", since, [&](const FRXValue& members) {
+    const FRXValue* id = members.member("frxId");
+    return id != nullptr && *id == FRXValue(pair.subject->serviceName);
+  });
+}
+
 bool endedCleanly(const std::optional<int>& status) {
   return status && WIFEXITED(*status) && WEXITSTATUS(*status) == ExitDone;
 }
@@ -36,15 +43,20 @@ bool endedCleanly(const std::optional<int>& status) {
 }  // namespace
 
 DemoScript::DemoScript(DemoStage& stage, Story& story)
-    : stage_(stage), story_(story), last_(stage.roles().back()), begun_(now()), killed_(begun_) {}
+    : stage_(stage),
+      story_(story),
+      talk_(stage),
+      last_(stage.roles().back()),
+      begun_(now()),
+      killed_(begun_) {}
 
 int DemoScript::play() {
   story_.begin(
       fmt::format("{} nodes on this machine, without a server, a daemon or root", stage_.roles().size()));
-  const bool succeeded = meet() && lose() && part();
+  const bool succeeded = meet() && join() && lose() && comeBack() && part();
   if (stage_.interrupted()) return ExitInterrupted;
   story_.end(succeeded, between(begun_, now()),
-             succeeded ? "They met, shared, lost one, and found it again."
+             succeeded ? "They met, talked, lost one, and found it again."
                        : "The step above did not happen within its time.");
   return succeeded ? ExitDone : ExitFailed;
 }
@@ -54,16 +66,29 @@ bool DemoScript::meet() {
          step("found", "Found each other", [this] { return findEachOther(); }) &&
          step("resolved", "Resolved", [this] { return resolve(); }) &&
          step("responsive", "Answering", [this] { return answer(); }) &&
+         step("connected", "Connected both ways", [this] { return connect(); }) &&
          step("fetched", "Records fetched", [this] { return fetchRecords(); }) &&
+         step("notified", "Notified", [this] { return notify(); }) &&
          step("heartbeat", "Heartbeats heard", [this] { return hearHeartbeats(); });
+}
+
+bool DemoScript::join() {
+  return step("joined", "One joins late", [this] { return joinLate(); }) &&
+         step("caughtUp", "Told the latest only", [this] { return catchUp(); });
 }
 
 bool DemoScript::lose() {
   return step("killed", "One killed", [this] { return killLast(); }) &&
+         step("connectionLost", "Connections lost", [this] { return loseConnections(); }) &&
          step("unresponsive", "Noticed as silent", [this] { return noticeSilence(); }) &&
-         step("removed", "Verified and removed", [this] { return removeDead(); }) &&
-         step("restarted", "Started again", [this] { return restart(); }) &&
-         step("foundAgain", "Found again", [this] { return findAgain(); });
+         step("removed", "Verified and removed", [this] { return removeDead(); });
+}
+
+bool DemoScript::comeBack() {
+  return step("restarted", "Started again", [this] { return restart(); }) &&
+         step("foundAgain", "Found again", [this] { return findAgain(); }) &&
+         step("reconnected", "Connected again", [this] { return connectAgain(); }) &&
+         step("caughtUpAgain", "Told the latest again", [this] { return catchUp(); });
 }
 
 bool DemoScript::part() {
@@ -82,22 +107,22 @@ bool DemoScript::step(const std::string& name, const std::string& title,
 
 StepOutcome DemoScript::publish() {
   const Instant cause = now();
-  for (DemoRole& role : stage_.roles()) {
+  for (DemoRole* role : founders()) {
     std::string problem;
-    if (!stage_.start(role, problem)) return {false, between(cause, now()), problem};
+    if (!stage_.start(*role, problem)) return {false, between(cause, now()), problem};
   }
   std::string detail;
-  for (DemoRole& role : stage_.roles()) {
-    const StepOutcome outcome = published(role, 20s);
+  for (DemoRole* role : founders()) {
+    const StepOutcome outcome = published(*role, 20s);
     if (!outcome.succeeded) return outcome;
-    detail += fmt::format("{}{}:{}", detail.empty() ? "" : ", ", role.computerName, role.port);
+    detail += fmt::format("{}{}:{}", detail.empty() ? "" : ", ", role->computerName, role->port);
   }
   std::vector<Expectation> expectations;
-  for (const DemoRole& role : stage_.roles()) {
+  for (const DemoRole* role : founders()) {
     expectations.push_back(
-        {role.computerName, [&role, cause] { return DemoStage::find(role, "localServiceStarted", cause); }});
+        {role->computerName, [role, cause] { return DemoStage::find(*role, "localServiceStarted", cause); }});
   }
-  return expectAll(expectations, cause, 20s, detail);
+  return stage_.expectAll(expectations, cause, 20s, detail);
 }
 
 // Waits for the node's own word that it runs, and notes under which name and port.
@@ -124,27 +149,24 @@ StepOutcome DemoScript::published(DemoRole& role, std::chrono::milliseconds time
 StepOutcome DemoScript::findEachOther() {
   return expectOfAllPairs(
       "peerDiscovered", 20s,
-      fmt::format("every node sees the {} others, and not itself", stage_.roles().size() - 1));
+      fmt::format("every node sees the {} others, and not itself", founders().size() - 1));
 }
 
 // What was found must be what was published: host name and port of each record.
 StepOutcome DemoScript::resolve() {
   Instant latest = begun_;
-  for (const DemoRole& observer : stage_.roles()) {
-    for (const DemoRole& subject : stage_.roles()) {
-      if (&observer == &subject) continue;
-      const ChildEvent* event = DemoStage::findAbout(observer, "peerDiscovered", begun_, subject);
-      const FRXValue* port = event == nullptr ? nullptr : memberOf(event->members, "service", "port");
-      const FRXValue* host = event == nullptr ? nullptr : memberOf(event->members, "service", "hostName");
-      const bool right = port != nullptr && port->asInteger() != nullptr &&
-                         *port->asInteger() == subject.port && host != nullptr && host->asText() != nullptr &&
-                         !host->asText()->empty();
-      if (!right) {
-        return {false, between(begun_, now()),
-                observer.computerName + " resolved " + subject.computerName + " to something else"};
-      }
-      latest = std::max(latest, event->arrival);
+  for (const auto& [observer, subject] : pairsOf(founders())) {
+    const ChildEvent* event = DemoStage::findAbout(*observer, "peerDiscovered", begun_, *subject);
+    const FRXValue* port = event == nullptr ? nullptr : memberOf(event->members, "service", "port");
+    const FRXValue* host = event == nullptr ? nullptr : memberOf(event->members, "service", "hostName");
+    const bool right = port != nullptr && port->asInteger() != nullptr &&
+                       *port->asInteger() == subject->port && host != nullptr && host->asText() != nullptr &&
+                       !host->asText()->empty();
+    if (!right) {
+      return {false, between(begun_, now()),
+              observer->computerName + " resolved " + subject->computerName + " to something else"};
     }
+    latest = std::max(latest, event->arrival);
   }
   return {true, between(begun_, latest), "each to a host name and the port that was published"};
 }
@@ -154,9 +176,10 @@ StepOutcome DemoScript::answer() {
 }
 
 StepOutcome DemoScript::fetchRecords() {
-  DemoRole& asking = stage_.roles().front();
-  std::chrono::milliseconds slowest{0};
-  for (const DemoRole& subject : stage_.roles()) {
+  DemoRole& asking = *founders().front();
+  std::chrono::microseconds slowest{0};
+  for (const DemoRole* role : founders()) {
+    const DemoRole& subject = *role;
     if (&subject == &asking) continue;
     const Instant cause = now();
     const ChildEvent* found = DemoStage::findAbout(asking, "peerDiscovered", begun_, subject);
@@ -186,22 +209,47 @@ StepOutcome DemoScript::fetchRecords() {
 StepOutcome DemoScript::hearHeartbeats() {
   const Instant cause = now();
   std::vector<Expectation> expectations;
-  for (const DemoRole& observer : stage_.roles()) {
-    for (const DemoRole& subject : stage_.roles()) {
-      if (&observer == &subject) continue;
-      expectations.push_back({subject.computerName + " by " + observer.computerName, [&, cause] {
-                                return DemoStage::find(
-                                    observer, "rejoined", cause, [&](const FRXValue& members) {
-                                      const FRXValue* id = members.member("frxId");
-                                      return id != nullptr && *id == FRXValue(subject.serviceName);
-                                    });
-                              }});
-    }
+  for (const auto& [observer, subject] : pairsOf(founders())) {
+    expectations.push_back({subject->computerName + " by " + observer->computerName,
+                            [pair = DemoPair{observer, subject}, cause] { return heartbeat(pair, cause); }});
   }
-  return expectAll(expectations, cause, 15s, "every record was rewritten, every other heard it");
+  return stage_.expectAll(expectations, cause, 15s, "every record was rewritten, every other heard it");
 }
 
+StepOutcome DemoScript::connect() {
+  return talk_.connectAll(founders(), begun_, "each has a connection of its own to each other");
+}
+
+StepOutcome DemoScript::notify() {
+  std::vector<DemoRole*> listening = founders();
+  DemoRole& posting = *listening.front();
+  listening.erase(listening.begin());
+  return talk_.measureDelivery(posting, listening);
+}
+
+StepOutcome DemoScript::joinLate() {
+  const StepOutcome kept = talk_.keepLatest(*founders().front(), *founders().back());
+  if (!kept.succeeded) return kept;
+  std::string problem;
+  if (!stage_.start(last_, problem)) return {false, std::chrono::microseconds{0}, problem};
+  const StepOutcome started = published(last_, 20s);
+  return started.succeeded ? connectLast() : started;
+}
+
+StepOutcome DemoScript::connectAgain() { return connectLast(); }
+
+StepOutcome DemoScript::connectLast() {
+  std::vector<DemoRole*> everybody = founders();
+  everybody.push_back(&last_);
+  return talk_.connectAll(everybody, last_.node->startTime(),
+                          last_.computerName + ", both ways with all others; counted from its start", &last_);
+}
+
+StepOutcome DemoScript::catchUp() { return talk_.receiveLatest(*founders().front(), last_); }
+
 StepOutcome DemoScript::killLast() {
+  // Connected to at once, it may not have been announced yet; and what was never announced is not withdrawn.
+  if (const StepOutcome heard = heartbeatOfLast(); !heard.succeeded) return heard;
   killed_ = now();
   last_.node->kill(SIGKILL);
   if (!stage_.waitUntil([this] { return last_.node->status().has_value(); }, 5s)) {
@@ -212,14 +260,16 @@ StepOutcome DemoScript::killLast() {
   return {bySignal, between(killed_, now()), last_.computerName + " is gone, without a goodbye"};
 }
 
+StepOutcome DemoScript::loseConnections() { return talk_.loseConnections(founders(), last_, killed_); }
+
 StepOutcome DemoScript::noticeSilence() {
-  return expectOfSurvivors("peerUnresponsive", killed_, 20s, "checks failed twice; counted from its death");
+  return expectOfFounders("peerUnresponsive", killed_, 20s, "checks failed twice; counted from its death");
 }
 
 StepOutcome DemoScript::removeDead() {
-  StepOutcome outcome = expectOfSurvivors("peerRemoved", killed_, 20s,
-                                          "asked for it, nobody confirmed; counted from its death");
-  if (outcome.succeeded && !survivorsKeptEachOther()) {
+  StepOutcome outcome =
+      expectOfFounders("peerRemoved", killed_, 20s, "asked for it, nobody confirmed; counted from its death");
+  if (outcome.succeeded && !foundersKeptEachOther()) {
     return {false, outcome.elapsed, "a living node was removed too"};
   }
   return outcome;
@@ -241,9 +291,9 @@ StepOutcome DemoScript::restart() {
 StepOutcome DemoScript::findAgain() {
   const Instant cause = last_.node->startTime();
   StepOutcome outcome =
-      expectOfSurvivors("peerDiscovered", cause, 20s, "by all others; counted from its start");
+      expectOfFounders("peerDiscovered", cause, 20s, "by all others; counted from its start");
   if (!outcome.succeeded) return outcome;
-  const StepOutcome answering = expectOfSurvivors("peerResponsive", cause, 15s, {});
+  const StepOutcome answering = expectOfFounders("peerResponsive", cause, 15s, {});
   return answering.succeeded ? outcome : answering;
 }
 
@@ -251,16 +301,12 @@ StepOutcome DemoScript::findAgain() {
 StepOutcome DemoScript::heartbeatOfLast() {
   const Instant cause = now();
   std::vector<Expectation> expectations;
-  for (const DemoRole* observer : survivors()) {
+  for (const DemoRole* observer : founders()) {
     expectations.push_back({"heartbeat heard by " + observer->computerName, [this, observer, cause] {
-                              return DemoStage::find(
-                                  *observer, "rejoined", cause, [this](const FRXValue& members) {
-                                    const FRXValue* id = members.member("frxId");
-                                    return id != nullptr && *id == FRXValue(last_.serviceName);
-                                  });
+                              return heartbeat({observer, &last_}, cause);
                             }});
   }
-  return expectAll(expectations, cause, 15s, {});
+  return stage_.expectAll(expectations, cause, 15s, {});
 }
 
 StepOutcome DemoScript::leavePolitely() {
@@ -270,20 +316,20 @@ StepOutcome DemoScript::leavePolitely() {
   const Instant cause = now();
   last_.node->send({{"cmd", "quit"}});
   StepOutcome outcome =
-      expectOfSurvivors("peerRemoved", cause, 5s, "it said goodbye, and all others heard it");
+      expectOfFounders("peerRemoved", cause, 5s, "it said goodbye, and all others heard it");
   if (!outcome.succeeded) return outcome;
   if (!stage_.waitUntil([this] { return last_.node->status().has_value(); }, 10s) ||
       !endedCleanly(last_.node->status())) {
     return {false, between(cause, now()), last_.computerName + " did not end cleanly"};
   }
-  if (!survivorsKeptEachOther()) return {false, outcome.elapsed, "a living node was removed too"};
+  if (!foundersKeptEachOther()) return {false, outcome.elapsed, "a living node was removed too"};
   return outcome;
 }
 
 StepOutcome DemoScript::endRest() {
   const Instant cause = now();
-  for (DemoRole* role : survivors()) role->node->kill(SIGTERM);
-  for (DemoRole* role : survivors()) {
+  for (DemoRole* role : founders()) role->node->kill(SIGTERM);
+  for (DemoRole* role : founders()) {
     if (!stage_.waitUntil([role] { return role->node->status().has_value(); }, 10s) ||
         !endedCleanly(role->node->status())) {
       return {false, between(cause, now()), role->computerName + " did not end cleanly"};
@@ -292,60 +338,39 @@ StepOutcome DemoScript::endRest() {
   return {true, between(cause, now()), "SIGTERM; announcements withdrawn, exit status 0"};
 }
 
-StepOutcome DemoScript::expectAll(const std::vector<Expectation>& expectations, Instant cause,
-                                  std::chrono::milliseconds timeout, const std::string& detail) {
-  const auto happened = [](const Expectation& expectation) { return expectation.find() != nullptr; };
-  const bool all = stage_.waitUntil(
-      [&] { return std::all_of(expectations.begin(), expectations.end(), happened); }, timeout);
-  Instant latest = cause;
-  std::string missing;
-  for (const Expectation& expectation : expectations) {
-    if (const ChildEvent* event = expectation.find()) {
-      latest = std::max(latest, event->arrival);
-    } else {
-      missing += (missing.empty() ? "missing: " : ", ") + expectation.what;
-    }
-  }
-  return all ? StepOutcome{true, between(cause, latest), detail}
-             : StepOutcome{false, between(cause, now()), missing};
-}
-
-StepOutcome DemoScript::expectOfSurvivors(std::string_view event, Instant cause,
-                                          std::chrono::milliseconds timeout, const std::string& detail) {
+StepOutcome DemoScript::expectOfFounders(std::string_view event, Instant cause,
+                                         std::chrono::milliseconds timeout, const std::string& detail) {
   std::vector<Expectation> expectations;
-  for (const DemoRole* observer : survivors()) {
+  for (const DemoRole* observer : founders()) {
     expectations.push_back({observer->computerName, [this, observer, event, cause] {
                               return DemoStage::findAbout(*observer, event, cause, last_);
                             }});
   }
-  return expectAll(expectations, cause, timeout, detail);
+  return stage_.expectAll(expectations, cause, timeout, detail);
 }
 
 StepOutcome DemoScript::expectOfAllPairs(std::string_view event, std::chrono::milliseconds timeout,
                                          const std::string& detail) {
   std::vector<Expectation> expectations;
-  for (const DemoRole& observer : stage_.roles()) {
-    for (const DemoRole& subject : stage_.roles()) {
-      if (&observer == &subject) continue;
-      expectations.push_back(
-          {subject.computerName + " by " + observer.computerName, [this, &observer, &subject, event] {
-             return DemoStage::findAbout(observer, event, begun_, subject);
-           }});
-    }
+  for (const auto& [observer, subject] : pairsOf(founders())) {
+    expectations.push_back({subject->computerName + " by " + observer->computerName,
+                            [this, pair = DemoPair{observer, subject}, event] {
+                              return DemoStage::findAbout(*pair.observer, event, begun_, *pair.subject);
+                            }});
   }
-  return expectAll(expectations, begun_, timeout, detail);
+  return stage_.expectAll(expectations, begun_, timeout, detail);
 }
 
-bool DemoScript::survivorsKeptEachOther() const {
-  for (const DemoRole* observer : survivors()) {
-    for (const DemoRole* subject : survivors()) {
+bool DemoScript::foundersKeptEachOther() const {
+  for (const DemoRole* observer : founders()) {
+    for (const DemoRole* subject : founders()) {
       if (DemoStage::findAbout(*observer, "peerRemoved", begun_, *subject) != nullptr) return false;
     }
   }
   return true;
 }
 
-std::vector<DemoRole*> DemoScript::survivors() const {
+std::vector<DemoRole*> DemoScript::founders() const {
   std::vector<DemoRole*> out;
   for (DemoRole& role : stage_.roles()) {
     if (&role != &last_) out.push_back(&role);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Apps/ferrox/Demo/DemoStage.h"
+#include "Apps/ferrox/Demo/DemoTalk.h"
 #include "Apps/ferrox/Demo/Story.h"
 
 namespace ferrox::command {
@@ -21,43 +22,48 @@ class DemoScript {
 
  private:
   using Instant = DemoStage::Instant;
-  struct Expectation {
-    std::string what;
-    std::function<const ChildEvent*()> find;
-  };
 
   bool step(const std::string& name, const std::string& title, const std::function<StepOutcome()>& action);
   bool meet();
+  bool join();
   bool lose();
+  bool comeBack();
   bool part();
 
   StepOutcome publish();
   StepOutcome findEachOther();
   StepOutcome resolve();
   StepOutcome answer();
+  StepOutcome connect();
   StepOutcome fetchRecords();
+  StepOutcome notify();
   StepOutcome hearHeartbeats();
+  StepOutcome joinLate();
+  StepOutcome catchUp();
   StepOutcome killLast();
+  StepOutcome loseConnections();
   StepOutcome noticeSilence();
   StepOutcome removeDead();
   StepOutcome restart();
   StepOutcome findAgain();
+  StepOutcome connectAgain();
   StepOutcome leavePolitely();
   StepOutcome endRest();
 
-  StepOutcome expectAll(const std::vector<Expectation>& expectations, Instant cause,
-                        std::chrono::milliseconds timeout, const std::string& detail);
-  StepOutcome expectOfSurvivors(std::string_view event, Instant cause, std::chrono::milliseconds timeout,
-                                const std::string& detail);
+  StepOutcome expectOfFounders(std::string_view event, Instant cause, std::chrono::milliseconds timeout,
+                               const std::string& detail);
   StepOutcome expectOfAllPairs(std::string_view event, std::chrono::milliseconds timeout,
                                const std::string& detail);
   StepOutcome published(DemoRole& role, std::chrono::milliseconds timeout);
   StepOutcome heartbeatOfLast();
-  bool survivorsKeptEachOther() const;
-  std::vector<DemoRole*> survivors() const;
+  bool foundersKeptEachOther() const;
+  StepOutcome connectLast();
+  /// All but the one that joins late, and then is lost and comes back.
+  std::vector<DemoRole*> founders() const;
 
   DemoStage& stage_;
   Story& story_;
+  DemoTalk talk_;
   DemoRole& last_;
   Instant begun_;
   Instant killed_;

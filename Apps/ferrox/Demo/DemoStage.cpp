@@ -16,11 +16,27 @@ namespace {
 constexpr std::array<const char*, 8> computerNames{"Edit Suite", "Grading", "Sound Stage", "Archive",
                                                    "Playout",    "Ingest",  "Review Room", "Studio"};
 
+std::chrono::microseconds since(DemoStage::Instant from, DemoStage::Instant to) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
+}
+
 }  // namespace
 
-DemoStage::DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel)
+std::vector<DemoPair> pairsOf(const std::vector<DemoRole*>& roles) {
+  std::vector<DemoPair> pairs;
+  for (const DemoRole* observer : roles) {
+    for (const DemoRole* subject : roles) {
+      if (observer != subject) pairs.push_back({observer, subject});
+    }
+  }
+  return pairs;
+}
+
+DemoStage::DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel,
+                     std::vector<std::string> observations)
     : interfaces_(std::move(interfaces)),
       logLevel_(std::move(logLevel)),
+      observations_(std::move(observations)),
       signals_(makeEndSignalDescriptor()) {
   for (std::size_t i = 0; i < std::min(roles, computerNames.size()); ++i) {
     DemoRole role;
@@ -39,6 +55,7 @@ bool DemoStage::start(DemoRole& role, std::string& problem) {
       "--port",        "0",           "--computer-name", role.computerName, "--device-uuid",
       role.deviceUUID, "--discovery", "embedded",        "--log-level",     logLevel_};
   for (const std::string& name : interfaces_) arguments.insert(arguments.end(), {"--interface", name});
+  for (const std::string& name : observations_) arguments.insert(arguments.end(), {"--observe", name});
   role.node.reset();
   role.node = ChildNode::spawn(arguments, problem);
   return role.node != nullptr;
@@ -54,6 +71,24 @@ bool DemoStage::waitUntil(const std::function<bool()>& done, std::chrono::millis
     takeIn(left);
   }
   return false;
+}
+
+StepOutcome DemoStage::expectAll(const std::vector<Expectation>& expectations, Instant cause,
+                                 std::chrono::milliseconds timeout, const std::string& detail) {
+  const auto happened = [](const Expectation& expectation) { return expectation.find() != nullptr; };
+  const bool all =
+      waitUntil([&] { return std::all_of(expectations.begin(), expectations.end(), happened); }, timeout);
+  Instant latest = cause;
+  std::string missing;
+  for (const Expectation& expectation : expectations) {
+    if (const ChildEvent* event = expectation.find()) {
+      latest = std::max(latest, event->arrival);
+    } else {
+      missing += (missing.empty() ? "missing: " : ", ") + expectation.what;
+    }
+  }
+  return all ? StepOutcome{true, since(cause, latest), detail}
+             : StepOutcome{false, since(cause, std::chrono::steady_clock::now()), missing};
 }
 
 // A short sleep at most: the end of a process shows in waitpid only, not on a descriptor.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Apps/ferrox/Demo/ChildNode.h"
+#include "Apps/ferrox/Demo/Story.h"
 
 namespace ferrox::command {
 
@@ -23,12 +24,28 @@ struct DemoRole {
   std::int64_t port = 0;
 };
 
+struct DemoPair {
+  const DemoRole* observer;
+  const DemoRole* subject;
+};
+
+/// Each with each other, in both directions.
+std::vector<DemoPair> pairsOf(const std::vector<DemoRole*>& roles);
+
+/// Something that has to be reported, and by whom.
+struct Expectation {
+  std::string what;
+  std::function<const ChildEvent*()> find;
+};
+
 /// Thread: one
 class DemoStage {
  public:
   using Instant = std::chrono::steady_clock::time_point;
 
-  DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel);
+  /// Every node observes the notifications named in `observations`.
+  DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel,
+            std::vector<std::string> observations);
   ~DemoStage();
   DemoStage(const DemoStage&) = delete;
   DemoStage& operator=(const DemoStage&) = delete;
@@ -41,6 +58,9 @@ class DemoStage {
   /// Takes in events until `done` holds; false when the time is over or a signal came. `done` is asked after
   /// each arrival.
   [[nodiscard]] bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
+  /// Waits for all of them; the time runs from `cause` to the last. A failure names what is missing.
+  StepOutcome expectAll(const std::vector<Expectation>& expectations, Instant cause,
+                        std::chrono::milliseconds timeout, const std::string& detail);
   bool interrupted() const { return interrupted_; }
 
   /// The first event of that name that `observer` reported after `since` and that `matches`.
@@ -55,6 +75,7 @@ class DemoStage {
 
   std::vector<std::string> interfaces_;
   std::string logLevel_;
+  std::vector<std::string> observations_;
   std::vector<DemoRole> roles_;
   int signals_;
   bool interrupted_ = false;

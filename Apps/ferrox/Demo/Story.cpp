@@ -13,9 +13,13 @@ namespace {
 constexpr std::size_t titleColumns = 22;
 constexpr std::size_t timeColumns = 9;
 
-std::string secondsText(std::chrono::milliseconds time) {
-  return time.count() < 1000 ? fmt::format("{} ms", time.count())
-                             : fmt::format("{:.2f} s", static_cast<double>(time.count()) / 1000.0);
+double millisecondsOf(std::chrono::microseconds time) { return static_cast<double>(time.count()) / 1000.0; }
+
+std::string durationText(std::chrono::microseconds time) {
+  const double milliseconds = millisecondsOf(time);
+  if (milliseconds < 10.0) return fmt::format("{:.2f} ms", milliseconds);
+  return milliseconds < 1000.0 ? fmt::format("{:.0f} ms", milliseconds)
+                               : fmt::format("{:.2f} s", milliseconds / 1000.0);
 }
 
 }  // namespace
@@ -40,7 +44,7 @@ void Story::stepEnds(const StepOutcome& outcome) {
   if (json_) {
     reportEvent("step", {{"step", name_},
                          {"ok", outcome.succeeded},
-                         {"milliseconds", outcome.elapsed.count()},
+                         {"milliseconds", millisecondsOf(outcome.elapsed)},
                          {"detail", outcome.detail}});
     return;
   }
@@ -55,13 +59,13 @@ std::string Story::line(const StepOutcome& outcome, const std::string& title, st
   const std::string detail =
       shortened(escapedForTerminal(outcome.detail), columns > used ? columns - used : 1);
   return fmt::format("  {}  {}{}   {}", tick, fitted(title, titleColumns),
-                     style(Tone::Strong, fitted(secondsText(outcome.elapsed), timeColumns, Align::Right)),
+                     style(Tone::Strong, fitted(durationText(outcome.elapsed), timeColumns, Align::Right)),
                      style(outcome.succeeded ? Tone::Dim : Tone::Bad, detail));
 }
 
-void Story::end(bool succeeded, std::chrono::milliseconds elapsed, const std::string& closing) {
+void Story::end(bool succeeded, std::chrono::microseconds elapsed, const std::string& closing) {
   if (json_) {
-    reportEvent("demo", {{"ok", succeeded}, {"milliseconds", elapsed.count()}, {"detail", closing}});
+    reportEvent("demo", {{"ok", succeeded}, {"milliseconds", millisecondsOf(elapsed)}, {"detail", closing}});
     return;
   }
   print(fmt::format("\n  {}  {}\n\n",

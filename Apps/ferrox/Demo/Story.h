@@ -12,7 +12,7 @@ namespace ferrox::command {
 struct StepOutcome {
   bool succeeded = false;
   /// From the step's cause (a start, a kill) to its last effect.
-  std::chrono::milliseconds elapsed{0};
+  std::chrono::microseconds elapsed{0};
   /// What was seen, or what was missing.
   std::string detail;
 };
@@ -25,7 +25,7 @@ class Story {
   /// A step is under way; on a terminal its line shows that until the outcome replaces it.
   void stepBegins(const std::string& name, const std::string& title);
   void stepEnds(const StepOutcome& outcome);
-  void end(bool succeeded, std::chrono::milliseconds elapsed, const std::string& closing);
+  void end(bool succeeded, std::chrono::microseconds elapsed, const std::string& closing);
 
   /// One finished line of the story, `columns` wide at most.
   static std::string line(const StepOutcome& outcome, const std::string& title, std::size_t columns,
