@@ -78,6 +78,18 @@ TEST(NodeOptions, AHostNameOfItsOwnAsksForTheEmbeddedStack) {
             std::vector<std::string>{"eth1"});
 }
 
+TEST(NodeOptions, ShortLivedNodesAreSomebodyNewEachTime) {
+  NodeOptions options;
+  EXPECT_EQ(deviceIdentity(options), std::nullopt) << "the machine's own";
+  options.defaultIdentity = DefaultIdentity::New;
+  const auto first = deviceIdentity(options);
+  ASSERT_TRUE(first);
+  EXPECT_NE(deviceIdentity(options), first);
+  EXPECT_NE(first, HostIdentity::ofMachine()->deviceUUID());
+  options.deviceUUID = "01234567-89AB-CDEF-0123-456789ABCDEF";
+  EXPECT_EQ(deviceIdentity(options), options.deviceUUID);
+}
+
 TEST(CommandIdentity, ReplacesOnlyWhatWasGiven) {
   const auto machine = HostIdentity::ofMachine();
   const CommandIdentity identity(machine, std::nullopt, "Suite", std::nullopt);

@@ -39,6 +39,20 @@ TEST(PeerTable, OnlyAChangeOfStateMovesItsTime) {
   EXPECT_FALSE(table.setState(*record("A-1/X", 1), PeerState::Responsive, late)) << "not known";
 }
 
+TEST(PeerTable, NotesWhenAConnectionOpenedAndThatItEnded) {
+  PeerTable table;
+  const std::string id = record("A-1/X")->serviceId();
+  EXPECT_FALSE(table.setConnected(id, early)) << "not known";
+  table.add(record("A-1/X"), early);
+  EXPECT_FALSE(table.setConnected(id, std::nullopt)) << "it was not connected";
+  EXPECT_TRUE(table.setConnected(id, late));
+  EXPECT_EQ(table.find(id)->connectedSince, late);
+  table.add(record("A-2/X"), late);
+  EXPECT_EQ(table.find(id)->connectedSince, late) << "a new name does not change the connection";
+  EXPECT_TRUE(table.setConnected(id, std::nullopt));
+  EXPECT_FALSE(table.find(id)->connectedSince);
+}
+
 TEST(PeerTable, ForgetsARemovedPeer) {
   PeerTable table;
   table.add(record("A-1/X"), early);

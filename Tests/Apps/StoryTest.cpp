@@ -15,6 +15,11 @@ TEST(Story, AStepIsOneLineWithTickTitleTimeAndDetail) {
             "  ✗  Found                   20.00 s   missing");
 }
 
+TEST(Story, ShortTimesKeepTheirFractions) {
+  EXPECT_EQ(Story::line({true, 417us, "quick"}, "Notified", 100, Style(false)),
+            "  ✓  Notified                0.42 ms   quick");
+}
+
 TEST(Story, ALongDetailIsCutToTheTerminal) {
   const std::string line = Story::line({true, 1ms, std::string(200, 'x')}, "Found", 80, Style(false));
   EXPECT_EQ(displayWidth(line), 80U);
