@@ -111,7 +111,10 @@ void WebSocketFraming::readPayload(std::string_view& bytes) {
   if (role_ == Role::Server) {
     target.resize(start + count);
     copyMasked(target.data() + start, bytes.data(), count, key_);
-    std::rotate(key_.begin(), key_.begin() + static_cast<std::ptrdiff_t>(count % key_.size()), key_.end());
+    // The next piece begins where this one left off within the key.
+    const MaskingKey turned{key_[count % 4], key_[(count + 1) % 4], key_[(count + 2) % 4],
+                            key_[(count + 3) % 4]};
+    key_ = turned;
   } else {
     target.append(bytes.substr(0, count));
   }
