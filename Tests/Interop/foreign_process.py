@@ -165,7 +165,7 @@ class LoggedNode(Node):
     def notification(self, name, matches=lambda event: True, timeout=20):
         return self.wait("notification", lambda event: event["name"] == name and matches(event), timeout)
 
-    def notifications(self, name, count, timeout=60):
+    def notifications(self, name, count, timeout=150):
         """The first `count` of that name."""
         found = []
 
