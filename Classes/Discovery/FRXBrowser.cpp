@@ -59,6 +59,15 @@ FRXLocalServerInfo sharedServerInfo() {
   return {usableHostName(server->hostName()), server->port(), server->frxServerId()};
 }
 
+/// Records that do not come from an announcement name their host with or without the final dot; under two
+/// keys the same peer would be two.
+std::shared_ptr<FRXNetService> inAnnouncedForm(std::shared_ptr<FRXNetService> record) {
+  if (!record || !record->hostName()) return record;
+  std::string hostName = withAnnouncedForm(*record->hostName());
+  if (hostName == *record->hostName()) return record;
+  return std::make_shared<FRXNetService>(std::move(hostName), record->port(), record->name());
+}
+
 std::string describe(const TXTDictionary& entries) {
   std::string text = "{";
   for (const auto& [key, value] : entries) text += (text.size() > 1 ? ", " : "") + key + " = " + value;
@@ -242,6 +251,7 @@ void FRXBrowser::localServiceResolved(const std::shared_ptr<NetService>& service
 
 void FRXBrowser::remoteServiceResolved(const std::shared_ptr<NetService>& service,
                                        const std::shared_ptr<FRXNetService>& record) {
+  forgetGuess(*record);
   const bool wasKnown = state_->peers.contains(*record);
   if (!remember(record)) return;
   service->startMonitoring();
@@ -252,6 +262,19 @@ void FRXBrowser::remoteServiceResolved(const std::shared_ptr<NetService>& servic
     tellDelegate(&Selectors::remoteFRXServiceDiscovered, &FRXBrowserDelegate::remoteFRXServiceDiscovered,
                  record);
   }
+}
+
+/// A name stands for one running instance. What was known of it before its announcement, from itself, may
+/// have named another host; both together would be two connections to one peer.
+void FRXBrowser::forgetGuess(const FRXNetService& announced) {
+  const auto guess = instanceNamed(announced.name());
+  if (!guess || guess->isEqual(announced) ||
+      state_->announcements.isAnnounced(guess->hostName().value_or(""),
+                                        static_cast<std::uint16_t>(guess->port()))) {
+    return;
+  }
+  if (const auto connector = PeerConnector::registered()) connector->disconnectFromService(guess);
+  forget(guess);
 }
 
 /// Takes a record from the network into the table, if it can be true and there is room.
@@ -284,8 +307,10 @@ void FRXBrowser::netServiceBrowserDidRemoveService(const std::shared_ptr<NetServ
 
 void FRXBrowser::withdrawAnnouncement(const std::string& hostName, std::uint16_t port) {
   if (state_->announcements.isAnnounced(hostName, port)) return;
-  const auto record = serviceWithId(hostName + ":" + std::to_string(port));
-  if (!record) return;
+  if (const auto record = serviceWithId(hostName + ":" + std::to_string(port))) forget(record);
+}
+
+void FRXBrowser::forget(const std::shared_ptr<FRXNetService>& record) {
   record->setIsAvailable(false);
   tellDelegate(&Selectors::remoteFRXServiceRemoved, &FRXBrowserDelegate::remoteFRXServiceRemoved, record);
   state_->peers.remove(*record);
@@ -345,6 +370,7 @@ void FRXBrowser::lookUpServiceAtAddress(const std::string& address, std::uint16_
   requestServiceRecord(*state_->services.httpClient, *target, address,
                        [weak = weak_from_this(), host = target->host(), handler = std::move(handler)](
                            std::shared_ptr<FRXNetService> record, std::optional<FRXError> error) {
+                         record = inAnnouncedForm(std::move(record));
                          if (const auto browser = weak.lock(); browser && record) {
                            browser->rememberRoute(*record, host);
                            browser->monitorService(record);
@@ -363,22 +389,35 @@ void FRXBrowser::rememberRoute(const FRXNetService& record, const std::string& h
 }
 
 void FRXBrowser::monitorServiceAtAddress(std::shared_ptr<FRXNetService> service, const std::string& address) {
+  service = inAnnouncedForm(std::move(service));
   // The route to a peer that is known already is not changed by whoever connects under its name.
-  if (service && !address.empty() && !state_->peers.contains(*service) && !isThisInstance(*service)) {
+  if (service && !address.empty() && !isKnown(*service) && !isThisInstance(*service)) {
     rememberRoute(*service, address);
   }
   monitorService(std::move(service));
 }
 
 void FRXBrowser::monitorService(std::shared_ptr<FRXNetService> service) {
-  if (!service || state_->peers.contains(*service) || isThisInstance(*service)) return;
+  service = inAnnouncedForm(std::move(service));
+  if (!service || isKnown(*service) || isThisInstance(*service)) return;
   if (const auto objection = whyNotAPeer(*service)) {
     FRX_LOG_WARN("Ignoring FRX service " + service->serviceId() + ": " + *objection);
     return;
   }
   state_->services.mainLoop->post([weak = weak_from_this(), service = std::move(service)] {
-    if (const auto browser = weak.lock()) browser->adopt(service);
+    if (const auto browser = weak.lock(); browser && !browser->isKnown(*service)) browser->adopt(service);
   });
+}
+
+/// By address, or as the instance of that name under another one.
+bool FRXBrowser::isKnown(const FRXNetService& record) const {
+  return state_->peers.contains(record) || instanceNamed(record.name()) != nullptr;
+}
+
+/// A name keeps pointing to the address it had last, where another instance may be by now.
+std::shared_ptr<FRXNetService> FRXBrowser::instanceNamed(const std::optional<std::string>& name) const {
+  const auto found = name ? serviceWithId(*name) : nullptr;
+  return found && found->name() == name ? found : nullptr;
 }
 
 /// By host name and port of the own announcement; while that is not known, by the port alone, which is 0

@@ -113,8 +113,9 @@ class FRXBrowser : public ConnectionRequestDelegate,
                                  SearchHandler completionHandler);
   /// The same, handing over the record that was found there. Thread: any
   void lookUpServiceAtAddress(const std::string& address, std::uint16_t port, LookUpHandler handler);
-  /// Adopts a peer learned of without DNS-SD, later, on the main thread. Known peers, this instance itself
-  /// and records that cannot belong to a peer are ignored. Thread: any
+  /// Adopts a peer learned of without DNS-SD, later, on the main thread. Known peers (by address or by name),
+  /// this instance itself and records that cannot belong to a peer are ignored. A host name under .local gets
+  /// its final dot. An announcement of the same name under another host takes the record's place. Thread: any
   void monitorService(std::shared_ptr<FRXNetService> service) override;
   void monitorServiceAtAddress(std::shared_ptr<FRXNetService> service, const std::string& address) override;
 
@@ -170,6 +171,10 @@ class FRXBrowser : public ConnectionRequestDelegate,
   void rememberRoute(const FRXNetService& record, const std::string& host) const;
   void adopt(const std::shared_ptr<FRXNetService>& record);
   bool remember(const std::shared_ptr<FRXNetService>& record);
+  bool isKnown(const FRXNetService& record) const;
+  std::shared_ptr<FRXNetService> instanceNamed(const std::optional<std::string>& name) const;
+  void forgetGuess(const FRXNetService& announced);
+  void forget(const std::shared_ptr<FRXNetService>& record);
   bool isThisInstance(const FRXNetService& record) const;
   void notifyServiceDiscovered(const std::shared_ptr<FRXNetService>& record);
   void notifyServiceDisappeared(const std::shared_ptr<FRXNetService>& record);

@@ -48,7 +48,7 @@ std::optional<std::string> peerSocketURL(const std::string& address, const std::
   if (!isHostAndPort(address)) return std::nullopt;
   std::string url = "ws://" + address + "/frxsocket?id=" + encoded(frxServerId);
   if (localService != nullptr) {
-    url.append("&hostname=").append(encoded(localService->hostName().value_or("")));
+    url.append("&hostname=").append(encoded(withAnnouncedForm(localService->hostName().value_or(""))));
     url.append("&port=").append(std::to_string(localService->port()));
   }
   return url;

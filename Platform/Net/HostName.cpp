@@ -19,6 +19,11 @@ bool isBlankOrControl(char character) {
 
 }  // namespace
 
+std::string withAnnouncedForm(std::string name) {
+  if (isMulticastHostName(name) && !name.ends_with('.')) name += '.';
+  return name;
+}
+
 std::string_view withoutTrailingDot(std::string_view name) {
   if (name.ends_with('.')) name.remove_suffix(1);
   return name;

@@ -14,6 +14,10 @@ bool isUsableHostName(std::string_view name);
 /// A name under .local (RFC 6762 section 3), in any case, with or without the trailing dot. Thread: any
 bool isMulticastHostName(std::string_view name);
 
+/// As multicast DNS announces it: a name under .local with its trailing dot. Others stay as they are. Thread:
+/// any
+std::string withAnnouncedForm(std::string name);
+
 /// Without one trailing dot.
 std::string_view withoutTrailingDot(std::string_view name);
 

@@ -16,23 +16,19 @@ def eventually(what, holds, timeout):
     while not holds():
         if time.monotonic() > deadline:
             raise AssertionError(f"not within {timeout} s: {what}")
-        time.sleep(0.05)
+        time.sleep(0.1)
 
 
 class MeshNode(Node):
     def __init__(self, host, *options):
         super().__init__(host, "--observe", "NEWS", "--observe", "LATEST", *options)
 
+    def services(self):
+        return self.ask("peers")["services"]
+
     def connections(self):
         """The peers this node's own sockets are open to, by service id."""
-        open_to = set()
-        for event in self.seen():
-            peer = event.get("userInfo", {}).get("frxId")
-            if event["event"] == "connected":
-                open_to.add(peer)
-            elif event["event"] in ("disconnected", "connectionFailed"):
-                open_to.discard(peer)
-        return open_to
+        return {service["serviceId"] for service in self.services() if service["connected"]}
 
     def received(self, name, marks_from=0):
         """The marks of all notifications of that name, from the event of that number on."""
@@ -70,8 +66,13 @@ class Mesh(unittest.TestCase):
 
     @classmethod
     def wait_for_mesh(cls, timeout):
-        eventually("every node connected to every other",
-                   lambda: all(len(node.connections()) == HOSTS - 1 for node in cls.nodes), timeout)
+        try:
+            eventually("every node connected to every other",
+                       lambda: all(len(node.connections()) == HOSTS - 1 for node in cls.nodes), timeout)
+        except AssertionError as failure:
+            raise AssertionError(f"{failure}; " + "; ".join(
+                f"{node.computer_name} sees {[(s['serviceId'], s['state'], s['connected']) for s in node.services()]}"
+                for node in cls.nodes)) from None
 
     def expect_once_everywhere(self, sender, name, mark, timeout, marks_from):
         others = [node for node in self.nodes if node is not sender]

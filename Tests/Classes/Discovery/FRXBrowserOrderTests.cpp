@@ -79,7 +79,8 @@ class FRXBrowserOrderTest : public BrowserFixture, public ::testing::WithParamIn
         model.remove(name);
         break;
       case 9:
-        browser->monitorService(record(host, port, name));
+        // Peers that announce nothing have names of their own.
+        browser->monitorService(record(host, port, "SILENT-1/" + key));
         settle();
         model.adopt(key);
         break;

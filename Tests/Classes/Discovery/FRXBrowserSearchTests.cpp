@@ -249,6 +249,33 @@ TEST_F(FRXBrowserAdoptionTest, AKnownPeerIsNotAdoptedAgain) {
   EXPECT_EQ(browser->idForServiceName("EFGH-1/OTHER NAME"), std::nullopt);
 }
 
+TEST_F(FRXBrowserAdoptionTest, ANameUnderLocalIsTheSamePeerWithAndWithoutItsDot) {
+  adopt("peer.local", 16654, "ABCD-1/PEER");
+  EXPECT_EQ(browser->currentServices()[0]->serviceId(), "PEER.LOCAL.:16654");
+  announce("ABCD-1/PEER", "peer.local.", 16654);
+  adopt("PEER.local", 16654, "ABCD-1/PEER");
+  EXPECT_EQ(browser->currentServices().size(), 1U);
+  EXPECT_EQ(listener->events(), Strings{"discovered PEER.LOCAL.:16654"});
+}
+
+TEST_F(FRXBrowserAdoptionTest, AnInstanceIsKnownOnceWhateverHostItNames) {
+  announce("ABCD-1/PEER", "peer.local.", 16654);
+  adopt("Peers-Computer.local.", 16654, "ABCD-1/PEER");
+  EXPECT_EQ(browser->currentServices().size(), 1U);
+  EXPECT_EQ(browser->idForServiceName("ABCD-1/PEER"), "PEER.LOCAL.:16654");
+}
+
+TEST_F(FRXBrowserAdoptionTest, AnAnnouncementTakesThePlaceOfAGuess) {
+  adopt("Peers-Computer.local.", 16654, "ABCD-1/PEER");
+  announce("ABCD-1/PEER", "peer.local.", 16654);
+  EXPECT_EQ(browser->currentServices().size(), 1U);
+  EXPECT_EQ(listener->events(),
+            (Strings{"discovered PEERS-COMPUTER.LOCAL.:16654", "removed PEERS-COMPUTER.LOCAL.:16654",
+                     "discovered PEER.LOCAL.:16654"}));
+  EXPECT_EQ(connector->calls, Strings{"disconnect PEERS-COMPUTER.LOCAL.:16654"});
+  EXPECT_FALSE(monitor->monitoredServices().contains("PEERS-COMPUTER.LOCAL.:16654"));
+}
+
 TEST_F(FRXBrowserAdoptionTest, AnAdoptedUWPPeerIsConnectedNotMonitoredButReported) {
   adopt("box.local.", 16654, "Zune/BOX");
   EXPECT_EQ(connector->calls, Strings{"connect BOX.LOCAL.:16654"});

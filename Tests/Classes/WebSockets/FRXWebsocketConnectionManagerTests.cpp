@@ -31,6 +31,12 @@ TEST_F(FRXWebsocketConnectionManagerTests, TellsThePeerWhereThisInstanceCanBeRea
       "ws://A.LOCAL.:16654/frxsocket?id=0123-MTI=%2FOWN%20MACHINE&hostname=OWN%20HOST.LOCAL.&port=4711");
 }
 
+TEST_F(FRXWebsocketConnectionManagerTests, NamesItsHostAsAnnounced) {
+  local = std::make_shared<FRXNetService>("own.local", 4711, "0123-MTI=/OWN MACHINE");
+  manager->connectToService(addPeer("a.local."));
+  EXPECT_TRUE(last().url().ends_with("&hostname=OWN.LOCAL.&port=4711")) << last().url();
+}
+
 TEST_F(FRXWebsocketConnectionManagerTests, RefusesAddressesThatWouldChangeTheURL) {
   for (const char* host : {"a/b", "a?b", "a#b", "a b", "x@a", "a\r\nb", "a\"b", ""}) {
     manager->connectToService(addPeer(host));
