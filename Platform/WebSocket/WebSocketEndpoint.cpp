@@ -212,7 +212,18 @@ void WebSocketEndpoint::sweep(Instant) {
   }
 }
 
-void WebSocketEndpoint::abort() { end(); }
+void WebSocketEndpoint::abort() {
+  // Nobody waits for the peer's answer any more, but it is told that this side goes (RFC 6455 section 7.4.1),
+  // behind what was sent to it before, as far as the socket takes it at once.
+  constexpr std::uint16_t goingAway = 1001;
+  if (phase_ == Phase::Open) {
+    takePosted();
+    framing_->queueClose(goingAway, {});
+    framing_->write(output_);
+    if (flush()) channel_->shutDownSending();
+  }
+  end();
+}
 
 void WebSocketEndpoint::end() {
   if (phase_ == Phase::Ended) return;

@@ -171,6 +171,8 @@ class Apart(unittest.TestCase):
         second.wait("notification", lambda event: event["userInfo"]["number"] == 49)
         self.assertEqual(first.exit_status(), 0)
         first.wait("disconnected", lambda event: event["userInfo"]["wasClean"] == "YES")
+        left = second.wait("disconnected")["userInfo"]
+        self.assertEqual((left["code"], left["wasClean"]), (1001, "YES"), "the other side says that it goes")
 
     def test_a_peer_that_is_killed_is_missed_at_once(self):
         first, second = self.node(name="First"), self.node(name="Second")

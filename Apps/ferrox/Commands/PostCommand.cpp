@@ -164,9 +164,9 @@ CLI::App* PostCommand::declare(CLI::App& parent) {
       ->check(CLI::Range(0.0, 3600.0).description(""));
   declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
   app->footer(
-      "It posts once it is connected to all peers that it found and nobody new has shown up for 1.5 seconds, "
-      "and "
-      "ends when they have confirmed it: exit status 0, or 1 when nobody was reached.\n\n"
+      "It posts once it is connected to all peers that it found and nobody new has shown up for 1.5 "
+      "seconds,\n"
+      "and ends when they have confirmed it: exit status 0, or 1 when nobody was reached.\n\n"
       "Example:\n  ferrox post TakeFinished --filter \"edit suite 3\" --user-info '{\"take\": 7}'");
   return app;
 }

@@ -33,7 +33,8 @@ class WatchCommand final : public Subcommand, public NodeListener {
         ->required();
     declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
     app->footer(
-        "It is a node that others see, until it is stopped. Each line tells the sender's time, the name, the "
+        "It is a node that others see, until it is stopped. Each line tells the sender's time, the name, "
+        "the\n"
         "filter, the sender, and what it sent; with --json each is a notification event.\n\n"
         "Example:\n  ferrox watch TakeFinished Playhead=\"edit suite 3\"");
     return app;

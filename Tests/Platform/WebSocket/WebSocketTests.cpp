@@ -308,9 +308,28 @@ TEST_F(WebSocketTest, ResetsAndServerStopsAreReportedOnce) {
   const auto kept = socket();
   server.stop();
   EXPECT_EQ(endpoint->closed, 2);
+  const auto close = readFrame(second);
+  EXPECT_TRUE(close && close->opcode == 8);
   EXPECT_TRUE(second.isClosedByPeer());
   kept->sendMessage("nobody there");
   kept->close();
+}
+
+TEST_F(WebSocketTest, AServerThatStopsSaysSoBehindWhatItHasSent) {
+  start();
+  RawSocket client = open();
+  ASSERT_TRUE(endpoint->waitFor([this] { return endpoint->opened == 1; }));
+  socket()->sendMessage("the last word");
+  server.stop();
+  const auto text = readFrame(client);
+  ASSERT_TRUE(text);
+  EXPECT_EQ(text->payload, "the last word");
+  const auto close = readFrame(client);
+  ASSERT_TRUE(close);
+  EXPECT_EQ(close->opcode, 8);
+  EXPECT_EQ(close->closeCode(), 1001);
+  EXPECT_TRUE(client.isClosedByPeer());
+  EXPECT_EQ(endpoint->closed, 1);
 }
 
 TEST_F(WebSocketTest, AddressesAreKnown) {
