@@ -63,6 +63,11 @@ class Child:
             if value["event"] == event and matches(value):
                 return value
 
+    def drain(self, timeout=20):
+        """Takes everything up to the end of the output into `seen`."""
+        while (value := self._lines.get(timeout=timeout)) is not None:
+            self.seen.append(value)
+
     def forget(self):
         """Later waits look only at what comes from now on."""
         while True:

@@ -40,6 +40,24 @@ class Run(unittest.TestCase):
         self.assertTrue(node.ask("quit")["ok"])
         self.assertEqual(node.exit_status(), 0)
 
+    def test_a_clean_end_tells_of_the_end_of_the_announcement_last_and_once(self):
+        for end in (lambda node: node.ask("quit"), lambda node: node.process.send_signal(signal.SIGTERM)):
+            node = self.node()
+            session = node.wait("localServiceStarted")["sessionId"]
+            end(node)
+            self.assertEqual(node.wait("localServiceEnded")["sessionId"], session)
+            self.assertEqual(node.exit_status(), 0)
+            node.drain()
+            self.assertEqual(node.seen[-1]["event"], "localServiceEnded")
+            self.assertEqual(sum(event["event"] == "localServiceEnded" for event in node.seen), 1)
+
+    def test_what_was_never_announced_does_not_end(self):
+        node = self.node(discovery="off")
+        node.started()
+        self.assertEqual(node.terminate(), 0)
+        node.drain()
+        self.assertEqual([event["event"] for event in node.seen], ["started"])
+
     def test_signals_end_it_with_status_0(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             with self.subTest(number=number):

@@ -71,6 +71,8 @@ void Node::stop() {
   if (!server_) return;
   server_->stop();
   messaging_->stop();
+  // The browser would see it only a second later, when the loop runs no more.
+  if (const auto sessionId = std::exchange(sessionId_, std::nullopt)) listener_.localServiceEnded(*sessionId);
 }
 
 void Node::createName(std::function<void(std::string)> completion) {
@@ -219,9 +221,15 @@ void Node::rename(std::function<void(std::string)> completion) {
   });
 }
 
-void Node::localFRXServiceStarted(const std::string& sessionId) { listener_.localServiceStarted(sessionId); }
+void Node::localFRXServiceStarted(const std::string& sessionId) {
+  sessionId_ = sessionId;
+  listener_.localServiceStarted(sessionId);
+}
 
-void Node::localFRXServiceEnded(const std::string& sessionId) { listener_.localServiceEnded(sessionId); }
+void Node::localFRXServiceEnded(const std::string& sessionId) {
+  sessionId_.reset();
+  listener_.localServiceEnded(sessionId);
+}
 
 // A search by address reports from a callback thread.
 void Node::remoteFRXServiceDiscovered(const std::shared_ptr<FRXNetService>& service) {

@@ -50,7 +50,8 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   /// Closes the connections in order, so that peers get what was posted before, then stops; `completion` is
   /// called on the main thread when that is done. Peers that take longer than `atMost` are not waited for.
   void finish(std::chrono::milliseconds atMost, std::function<void()> completion);
-  /// Withdraws the announcement and closes every connection before it returns, whatever they still carry.
+  /// Withdraws the announcement, of which the listener hears if it was told of its beginning, and closes every
+  /// connection before it returns, whatever they still carry.
   void stop();
 
   std::vector<Peer> peers() const;
@@ -94,6 +95,8 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   const PlatformServices& services_;
   bool running_ = false;
   std::string status_;
+  /// Of the announcement that the network shows now.
+  std::optional<std::string> sessionId_;
   PeerTable peers_;
   std::shared_ptr<NodeMessaging> messaging_;
   std::shared_ptr<FRXServer> server_;
