@@ -97,16 +97,22 @@ def uuid_of(index):
     return "%08d-0000-4000-8000-%012d" % (index, index)
 
 
+def on_bus(bus):
+    """What goes before a command line for it to find the system's daemons on the message bus at that path."""
+    return ["env", f"DBUS_SYSTEM_BUS_ADDRESS=unix:path={bus}"] if bus else []
+
+
 class Node(JsonProcess):
     """A whole node: `ferrox run --json`."""
 
-    def __init__(self, host, *options, index=None, name=None, port=16654, discovery="embedded"):
+    def __init__(self, host, *options, index=None, name=None, port=16654, discovery="embedded", bus=None):
         self.host = host
         self.index = index if index is not None else host.index
         self.computer_name = name or f"Suite {self.index}"
         self._refs = 0
-        super().__init__(host, [COMMAND, "run", "--json", "--port", port, "--device-uuid", uuid_of(self.index),
-                                "--computer-name", self.computer_name, "--discovery", discovery, *options])
+        super().__init__(host, [*on_bus(bus), COMMAND, "run", "--json", "--port", port,
+                                "--device-uuid", uuid_of(self.index), "--computer-name", self.computer_name,
+                                "--discovery", discovery, *options])
 
     def wait_started(self, timeout=10):
         started = self.wait("started", lambda event: event["event"] == "started", timeout)

@@ -7,7 +7,7 @@ import time
 import unittest
 
 from netns import Network
-from node import ForeignPeer, JsonProcess
+from node import ForeignPeer, JsonProcess, on_bus
 
 BUILD = os.environ.get("FERROX_BUILD", os.path.join(os.path.dirname(__file__), "../../build/release"))
 PROBE = os.environ.get("FERROX_PROBE", os.path.join(BUILD, "Tests/Platform/DNSSD/dnssd_probe"))
@@ -15,8 +15,7 @@ PROBE = os.environ.get("FERROX_PROBE", os.path.join(BUILD, "Tests/Platform/DNSSD
 
 class Probe(JsonProcess):
     def __init__(self, host, *options, backend="embedded", bus=None):
-        environment = ["env", f"DBUS_SYSTEM_BUS_ADDRESS=unix:path={bus}"] if bus else []
-        super().__init__(host, [*environment, PROBE, "--backend", backend, *options])
+        super().__init__(host, [*on_bus(bus), PROBE, "--backend", backend, *options])
 
     def send(self, line):
         self.process.stdin.write(line + "\n")
@@ -92,7 +91,7 @@ class Daemon:
 
     def _wait_until_owned(self):
         """Until the daemon answers on the bus."""
-        ask = ["env", f"DBUS_SYSTEM_BUS_ADDRESS=unix:path={self.bus}", "dbus-send", "--system",
+        ask = [*on_bus(self.bus), "dbus-send", "--system",
                "--print-reply", "--dest=org.freedesktop.Avahi", "/", "org.freedesktop.Avahi.Server.GetState"]
         deadline = time.monotonic() + 8
         while self.host.run(ask).returncode != 0:

@@ -6,6 +6,7 @@ import unittest
 
 from netns import Network
 from node import COMMAND, ForeignPeer, JsonProcess, Node
+from probe import Daemon
 
 
 class NetworkCase(unittest.TestCase):
@@ -173,6 +174,30 @@ class Foreigners(NetworkCase):
         foreign.process.stdin.write("unpublish\n")
         foreign.process.stdin.flush()
         node.wait("its goodbye", lambda event: event["event"] == "peerRemoved", 10)
+
+
+class ThroughTheDaemon(NetworkCase):
+    def setUp(self):
+        super().setUp()
+        self.daemon = Daemon(self.network.hosts[0])
+        self.daemon.start()
+
+    def test_a_node_on_the_system_daemon_and_one_of_its_own_meet_and_part(self):
+        first, second = self.node(1, discovery="avahi", bus=self.daemon.bus), self.node(2)
+        self.assertEqual([node.events[0]["discovery"] for node in (first, second)], ["avahi", "embedded"])
+        session = first.wait_published()["sessionId"]
+        self.discovered(first, second, 10)
+        self.discovered(second, first, 10)
+        self.assertEqual(first.terminate(), 0)
+        first.ever("the end of its announcement", lambda event: event["event"] == "localServiceEnded"
+                   and event["sessionId"] == session, 5)
+        second.wait_peer("peerRemoved", first, 5)
+
+    def test_automatic_choice_takes_the_running_daemon(self):
+        node = Node(self.network.hosts[0], discovery="auto", bus=self.daemon.bus)
+        self.assertEqual(node.wait_started()["discovery"], "avahi")
+        node.wait_published()
+        self.assertEqual(node.terminate(), 0)
 
 
 class ByAddress(NetworkCase):
