@@ -1,7 +1,6 @@
 #include "Platform/DNSSD/BrowseSession.h"
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 
 #include "Platform/DNSSD/DNSMessage.h"
@@ -9,13 +8,6 @@
 #include "Platform/Host/Text.h"
 
 namespace ferrox::dnssd {
-
-using namespace std::chrono_literals;
-
-namespace {
-// Thirty peers answer one query within about 11 ms.
-constexpr auto batchTime = 20ms;
-}  // namespace
 
 BrowseSession::BrowseSession(DiscoveryContext& context, std::string type, std::string domain, Sink sink)
     : context_(context),

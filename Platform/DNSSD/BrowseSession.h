@@ -1,6 +1,7 @@
 // One running search for the instances of a service type.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <set>
@@ -21,6 +22,8 @@ struct BrowseChanges {
 class BrowseSession final : public Session {
  public:
   using Sink = std::function<void(BrowseChanges)>;
+  /// From the first change to the report. Thirty peers answer one query within about 11 ms.
+  static constexpr std::chrono::milliseconds batchTime{20};
 
   BrowseSession(DiscoveryContext& context, std::string type, std::string domain, Sink sink);
 
