@@ -12,7 +12,6 @@
 #include "Classes/Discovery/FRXPeerTable.h"
 #include "Classes/Discovery/FRXRecordReconfirmation.h"
 #include "Classes/Discovery/FRXServiceRequest.h"
-#include "Classes/HTTPServer/FRXServer.h"
 #include "Classes/HTTPServer/RoutingHTTPConnection.h"
 #include "Classes/Monitor/FRXServiceMonitor.h"
 #include "Classes/Utilities/FRXUtilities.h"
@@ -20,7 +19,6 @@
 #include "Classes/WebSockets/PeerConnector.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/DNSSD/TXTRecord.h"
-#include "Platform/Host/HostIdentity.h"
 #include "Platform/Host/Text.h"
 #include "Platform/Log/Log.h"
 #include "Platform/Net/HostName.h"
@@ -46,19 +44,6 @@ void callSafely(const std::function<void()>& callListener) {
   }
 }
 
-/// The server's host name is the computer's name, as people write it. One that cannot stand in a URL would be
-/// refused by every peer; the machine's host name takes its place.
-std::optional<std::string> usableHostName(std::optional<std::string> computerName) {
-  if (!computerName || isUsableHostName(*computerName)) return computerName;
-  return HostIdentity::current()->hostName();
-}
-
-FRXLocalServerInfo sharedServerInfo() {
-  const std::shared_ptr<FRXServer> server = FRXServer::sharedInstance();
-  if (!server) return {};
-  return {usableHostName(server->hostName()), server->port(), server->frxServerId()};
-}
-
 /// Records that do not come from an announcement name their host with or without the final dot; under two
 /// keys the same peer would be two.
 std::shared_ptr<FRXNetService> inAnnouncedForm(std::shared_ptr<FRXNetService> record) {
@@ -70,7 +55,10 @@ std::shared_ptr<FRXNetService> inAnnouncedForm(std::shared_ptr<FRXNetService> re
 
 std::string describe(const TXTDictionary& entries) {
   std::string text = "{";
-  for (const auto& [key, value] : entries) text += (text.size() > 1 ? ", " : "") + key + " = " + value;
+  for (const auto& [key, value] : entries) {
+    if (text.size() > 1) text += ", ";
+    text.append(key).append(" = ").append(value);
+  }
   return text + "}";
 }
 
@@ -356,28 +344,17 @@ void FRXBrowser::searchForServiceAtAddress(const std::string& address, std::uint
 
 void FRXBrowser::lookUpServiceAtAddress(const std::string& address, std::uint16_t port,
                                         LookUpHandler handler) {
-  const std::optional<FRXPeerAddress> target = FRXPeerAddress::make(address, port);
-  if (!target) {
-    FRXError error{FRXBrowserErrorDomain, FRXBrowserErrorBadAddress,
-                   "Neither a host name nor an IP address with a port above 0."};
-    FRX_LOG_WARN("Request for service information at address " + address + " failed with error - " +
-                 error.localizedDescription);
-    state_->services.background->post([handler = std::move(handler), error = std::move(error)] {
-      if (handler) handler(nullptr, error);
-    });
-    return;
-  }
-  requestServiceRecord(*state_->services.httpClient, *target, address,
-                       [weak = weak_from_this(), host = target->host(), handler = std::move(handler)](
-                           std::shared_ptr<FRXNetService> record, std::optional<FRXError> error) {
-                         record = inAnnouncedForm(std::move(record));
-                         if (const auto browser = weak.lock(); browser && record) {
-                           browser->rememberRoute(*record, host);
-                           browser->monitorService(record);
+  requestServiceRecord(*state_->services.httpClient, *state_->services.background, address, port,
+                       [weak = weak_from_this(), handler = std::move(handler)](FRXServiceAnswer answer) {
+                         answer.service = inAnnouncedForm(std::move(answer.service));
+                         if (const auto browser = weak.lock(); browser && answer.service) {
+                           browser->rememberRoute(*answer.service, answer.host);
+                           browser->monitorService(answer.service);
                            browser->tellDelegate(&Selectors::remoteFRXServiceDiscovered,
-                                                 &FRXBrowserDelegate::remoteFRXServiceDiscovered, record);
+                                                 &FRXBrowserDelegate::remoteFRXServiceDiscovered,
+                                                 answer.service);
                          }
-                         if (handler) handler(std::move(record), std::move(error));
+                         if (handler) handler(std::move(answer.service), std::move(answer.error));
                        });
 }
 

@@ -3,8 +3,27 @@
 #include <utility>
 
 #include "Classes/Discovery/FRXNetService.h"
+#include "Classes/HTTPServer/FRXServer.h"
+#include "Platform/Host/HostIdentity.h"
+#include "Platform/Net/HostName.h"
 
 namespace ferrox {
+namespace {
+
+/// The server's host name is the computer's name, as people write it. One that cannot stand in a URL would be
+/// refused by every peer; the machine's host name takes its place.
+std::optional<std::string> usableHostName(std::optional<std::string> computerName) {
+  if (!computerName || isUsableHostName(*computerName)) return computerName;
+  return HostIdentity::current()->hostName();
+}
+
+}  // namespace
+
+FRXLocalServerInfo sharedServerInfo() {
+  const std::shared_ptr<FRXServer> server = FRXServer::sharedInstance();
+  if (!server) return {};
+  return {usableHostName(server->hostName()), server->port(), server->frxServerId()};
+}
 
 void FRXLocalServiceRecord::setAnnounced(const std::string& hostName, std::uint16_t port,
                                          const std::string& serviceName) {

@@ -22,6 +22,9 @@ struct FRXLocalServerInfo {
   bool operator==(const FRXLocalServerInfo&) const = default;
 };
 
+/// Of the process's shared `FRXServer`. Thread: any
+FRXLocalServerInfo sharedServerInfo();
+
 /// Thread: any
 class FRXLocalServiceRecord {
  public:

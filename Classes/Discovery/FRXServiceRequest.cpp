@@ -4,10 +4,13 @@
 #include <cstddef>
 #include <utility>
 
+#include "Classes/Discovery/FRXBrowser.h"
 #include "Classes/Discovery/FRXNetService.h"
+#include "Classes/Discovery/FRXPeerAddress.h"
 #include "Classes/Discovery/FRXPeerCheck.h"
 #include "Platform/HTTP/Client/HTTPClient.h"
 #include "Platform/Log/Log.h"
+#include "Platform/Queues/BackgroundQueue.h"
 
 namespace ferrox {
 namespace {
@@ -55,21 +58,35 @@ std::shared_ptr<FRXNetService> recordFromResponse(const std::string& address, co
   return recordFromBody(address, response.body, problem);
 }
 
+FRXError badAddress(const std::string& address) {
+  FRXError error{FRXBrowserErrorDomain, FRXBrowserErrorBadAddress,
+                 "Neither a host name nor an IP address with a port above 0."};
+  FRX_LOG_WARN(requestFor(address) + " failed with error - " + error.localizedDescription);
+  return error;
+}
+
 }  // namespace
 
-void requestServiceRecord(
-    HTTPClient& client, const FRXPeerAddress& address, std::string addressText,
-    std::function<void(std::shared_ptr<FRXNetService>, std::optional<FRXError>)> completion) {
+void requestServiceRecord(HTTPClient& client, BackgroundQueue& background, const std::string& address,
+                          std::uint16_t port, std::function<void(FRXServiceAnswer)> completion) {
+  const std::optional<FRXPeerAddress> target = FRXPeerAddress::make(address, port);
+  if (!target) {
+    background.post([completion = std::move(completion), error = badAddress(address)] {
+      completion({nullptr, error, {}});
+    });
+    return;
+  }
   HTTPClientRequest request;
-  request.url = address.url("/service");
+  request.url = target->url("/service");
   request.inactivityTimeout = requestTimeout;
   request.maxBodySize = maxRecordBody;
   HTTPClientCallbacks callbacks;
-  callbacks.onCompletion = [addressText = std::move(addressText), completion = std::move(completion)](
-                               std::optional<FRXError> error, HTTPClientResponse response) {
-    std::optional<FRXError> problem;
-    auto record = recordFromResponse(addressText, error ? &*error : nullptr, response, problem);
-    completion(std::move(record), std::move(problem));
+  callbacks.onCompletion = [address, host = target->host(), completion = std::move(completion)](
+                               const std::optional<FRXError>& error, const HTTPClientResponse& response) {
+    FRXServiceAnswer answer;
+    answer.host = host;
+    answer.service = recordFromResponse(address, error ? &*error : nullptr, response, answer.error);
+    completion(std::move(answer));
   };
   client.send(std::move(request), std::move(callbacks));
 }
