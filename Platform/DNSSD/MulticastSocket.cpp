@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 
 namespace ferrox::dnssd {
 namespace {
@@ -29,7 +30,8 @@ bool prepareIPv4(int fd, int interfaceIndex, MulticastSocket::Kind kind) {
   if (!setOption(fd, IPPROTO_IP, IP_MULTICAST_IF, request)) return false;
   if (!setOption(fd, IPPROTO_IP, IP_MULTICAST_TTL, hops)) return false;
   if (!setOption(fd, IPPROTO_IP, IP_MULTICAST_LOOP, 1)) return false;
-  return kind != MulticastSocket::Kind::Shared || setOption(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, request);
+  return kind != MulticastSocket::Kind::Shared || (setOption(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, request) &&
+                                                   setOption(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0));
 }
 
 bool prepareIPv6(int fd, int interfaceIndex, MulticastSocket::Kind kind) {
@@ -41,7 +43,8 @@ bool prepareIPv6(int fd, int interfaceIndex, MulticastSocket::Kind kind) {
   if (!setOption(fd, IPPROTO_IPV6, IPV6_MULTICAST_IF, interfaceIndex)) return false;
   if (!setOption(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hops)) return false;
   if (!setOption(fd, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 1)) return false;
-  return kind != MulticastSocket::Kind::Shared || setOption(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, request);
+  return kind != MulticastSocket::Kind::Shared || (setOption(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, request) &&
+                                                   setOption(fd, IPPROTO_IPV6, IPV6_MULTICAST_ALL, 0));
 }
 
 bool bindTo(int fd, bool ipv6, std::uint16_t port) {
@@ -78,7 +81,11 @@ std::unique_ptr<MulticastSocket> MulticastSocket::open(const Place& place, Kind 
   return made;
 }
 
-MulticastSocket::~MulticastSocket() { ::close(descriptor_); }
+MulticastSocket::~MulticastSocket() {
+  const int reason = errno;
+  ::close(descriptor_);
+  errno = reason;
+}
 
 bool MulticastSocket::send(std::string_view packet) {
   if (place_.ipv6) {
@@ -98,10 +105,17 @@ bool MulticastSocket::send(std::string_view packet) {
                   reinterpret_cast<const sockaddr*>(&group), sizeof group) >= 0;
 }
 
-std::optional<std::string> MulticastSocket::receive() {
+std::optional<std::string> MulticastSocket::receive(SocketAddress* from) {
   std::array<char, 9000> buffer;
-  const ssize_t size = ::recv(descriptor_, buffer.data(), buffer.size(), 0);
+  sockaddr_storage sender{};
+  socklen_t length = sizeof sender;
+  ssize_t size = -1;
+  do {
+    size = ::recvfrom(descriptor_, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&sender),
+                      &length);
+  } while (size < 0 && errno == EINTR);
   if (size < 0) return std::nullopt;
+  if (from != nullptr) *from = SocketAddress::fromNative(reinterpret_cast<const sockaddr*>(&sender), length);
   return std::string(buffer.data(), static_cast<std::size_t>(size));
 }
 

@@ -7,30 +7,33 @@
 #include <string_view>
 
 #include "Platform/DNSSD/BackEnd.h"
+#include "Platform/Net/SocketAddress.h"
 
 namespace ferrox::dnssd {
 
-/// Thread: discovery
+/// Thread: one at a time
 class MulticastSocket {
  public:
   enum class Kind {
     /// From a port of its own: answers come straight back (RFC 6762 section 6.7).
     OneShot,
-    /// From port 5353, shared with whatever stacks run here: answers go to everyone.
+    /// From port 5353, shared with whatever stacks run here: answers go to everyone, and this socket gets
+    /// whatever goes to the group on this very interface.
     Shared,
     /// As Shared, but the packets do not leave this machine.
     ThisHostOnly,
   };
 
-  /// Empty when the interface is gone or the system refuses.
+  /// Empty when the interface is gone or the system refuses, with the reason in errno.
   static std::unique_ptr<MulticastSocket> open(const Place& place, Kind kind);
   ~MulticastSocket();
   MulticastSocket(const MulticastSocket&) = delete;
   MulticastSocket& operator=(const MulticastSocket&) = delete;
 
+  /// False with the reason in errno.
   bool send(std::string_view packet);
   /// The next packet that has arrived, without waiting.
-  std::optional<std::string> receive();
+  std::optional<std::string> receive(SocketAddress* from = nullptr);
   int descriptor() const { return descriptor_; }
 
  private:

@@ -1,9 +1,11 @@
 // One question by multicast on one interface and address family, and what comes back.
 #pragma once
 
+#include <memory>
 #include <set>
 #include <string>
 
+#include "Platform/DNSSD/MulticastSocket.h"
 #include "Platform/DNSSD/NetworkInterface.h"
 
 namespace ferrox::command {
@@ -13,9 +15,6 @@ class MulticastProbe {
  public:
   /// `ownAddresses` tells the answers of this machine from those of others.
   MulticastProbe(dnssd::NetworkInterface interface, bool overIPv6, std::set<std::string> ownAddresses);
-  ~MulticastProbe();
-  MulticastProbe(const MulticastProbe&) = delete;
-  MulticastProbe& operator=(const MulticastProbe&) = delete;
 
   /// Asks for all service types (RFC 6763 section 9), and for a name that nobody has, by which the own
   /// packet is known when it comes back.
@@ -24,7 +23,7 @@ class MulticastProbe {
   void readAvailable();
 
   /// -1 when it could not be opened.
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return socket_ ? socket_->descriptor() : -1; }
   const dnssd::NetworkInterface& interface() const { return interface_; }
   bool overIPv6() const { return overIPv6_; }
   /// Why opening or sending failed; empty when neither did.
@@ -35,16 +34,13 @@ class MulticastProbe {
   bool ownMachineAnswers() const { return ownMachineAnswers_; }
 
  private:
-  bool open();
-  bool joinIPv4() const;
-  bool joinIPv6() const;
   void take(const std::string& packet, const std::string& sender);
 
   const dnssd::NetworkInterface interface_;
   const bool overIPv6_;
   const std::set<std::string> ownAddresses_;
   const std::string marker_;
-  int descriptor_ = -1;
+  std::unique_ptr<dnssd::MulticastSocket> socket_;
   std::string problem_;
   bool heardBack_ = false;
   bool ownMachineAnswers_ = false;
