@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/ShortEscape.h"
 #include "Platform/Base/Utf8.h"
 
 namespace ferrox {
@@ -24,10 +25,12 @@ namespace json = boost::json;
 /// Builds values straight from the parser's events, without a tree of the parser's own in between.
 class Builder {
  public:
+  // NOLINTBEGIN(readability-identifier-naming): the parser asks for these names.
   static constexpr std::size_t max_object_size = std::numeric_limits<std::size_t>::max();
   static constexpr std::size_t max_array_size = max_object_size;
   static constexpr std::size_t max_key_size = max_object_size;
   static constexpr std::size_t max_string_size = max_object_size;
+  // NOLINTEND(readability-identifier-naming)
 
   /// With `members`, the top level has to be an object, and its members go there.
   Builder(std::pmr::memory_resource& memory, JsonMembers* members)
@@ -303,26 +306,16 @@ bool isPlain(const char* bytes) {
 
 void appendEscape(std::string& out, char c) {
   constexpr std::string_view hexDigits = "0123456789abcdef";
-  switch (c) {
-    case '"':
-      out += "\\\"";
-      break;
-    case '\\':
-      out += "\\\\";
-      break;
-    case '\n':
-      out += "\\n";
-      break;
-    case '\r':
-      out += "\\r";
-      break;
-    case '\t':
-      out += "\\t";
-      break;
-    default:
-      out += "\\u00";
-      out += hexDigits[static_cast<unsigned char>(c) >> 4U];
-      out += hexDigits[static_cast<unsigned char>(c) & 15U];
+  const auto value = static_cast<unsigned char>(c);
+  if (c == '"' || c == '\\') {
+    out += '\\';
+    out += c;
+  } else if (const std::string_view known = shortEscape(value); !known.empty()) {
+    out += known;
+  } else {
+    out += "\\u00";
+    out += hexDigits[value >> 4U];
+    out += hexDigits[value & 15U];
   }
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "Platform/Base/Mutex.h"
+#include "Platform/Base/ShortEscape.h"
 #include "Platform/Base/Utf8.h"
 
 namespace ferrox {
@@ -77,18 +78,10 @@ void appendEscape(std::string& out, const char* format, unsigned value) {
 }
 
 void appendHarmful(std::string& out, char32_t c) {
-  switch (c) {
-    case '\n':
-      out += "\\n";
-      break;
-    case '\r':
-      out += "\\r";
-      break;
-    case '\t':
-      out += "\\t";
-      break;
-    default:
-      appendEscape(out, c < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
+  if (const std::string_view known = shortEscape(c); !known.empty()) {
+    out += known;
+  } else {
+    appendEscape(out, c < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
   }
 }
 
@@ -133,6 +126,7 @@ void Log::write(LogLevel level, const char* function, const char* file, int line
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): whoever audits makes the entry for this.
 void Log::audit(AuditEntry entry) {
   try {
     state().currentSink()->writeAudit(entry);

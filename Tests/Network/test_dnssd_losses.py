@@ -76,26 +76,26 @@ class Reconfirming(ProbeCase):
 
 class Partitions(ProbeCase):
     def test_a_healed_partition_is_noticed(self):
-        one, two = self.probe(1), self.probe(2)
-        two.publish("PEER", 4002)
-        one.wait_for("resolved", "PEER")
-        self.host(2).partition()
-        one.send("reconfirm PEER")
-        one.wait_for("removed", "PEER", timeout=5)
+        one = self.cut_off()
         self.host(2).heal()
         one.wait_for("resolved", "PEER", timeout=6)
 
     def test_a_refresh_finds_at_once_what_came_back(self):
+        one = self.cut_off()
+        one.never_about("added", "PEER", 3)
+        self.host(2).heal()
+        one.send("refresh")
+        one.wait_for("added", "PEER", timeout=2)
+
+    def cut_off(self):
+        """A probe that knew PEER on the other host, and lost it when that was cut off."""
         one, two = self.probe(1), self.probe(2)
         two.publish("PEER", 4002)
         one.wait_for("resolved", "PEER")
         self.host(2).partition()
         one.send("reconfirm PEER")
         one.wait_for("removed", "PEER", timeout=5)
-        one.never_about("added", "PEER", 3)
-        self.host(2).heal()
-        one.send("refresh")
-        one.wait_for("added", "PEER", timeout=2)
+        return one
 
 
 class Links(ProbeCase):
