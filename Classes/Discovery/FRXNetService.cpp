@@ -11,9 +11,9 @@
 namespace ferrox {
 namespace {
 
-std::optional<std::string> upperCased(const std::optional<std::string>& text) {
-  if (!text) return std::nullopt;
-  return text::upperCased(*text);
+std::optional<std::string> upperCased(std::optional<std::string> text) {
+  if (text) *text = text::upperCased(*text);
+  return text;
 }
 
 std::optional<std::string> textMember(const FRXValue& object, std::string_view key) {
@@ -38,10 +38,10 @@ std::int64_t integerMember(const FRXValue& object, std::string_view key) {
 
 FRXNetService::FRXNetService(std::optional<std::string> hostName, std::int64_t port,
                              std::optional<std::string> serviceName)
-    : hostName_(upperCased(hostName)),
+    : hostName_(upperCased(std::move(hostName))),
       port_(port),
       serviceId_(hostName_.value_or(std::string()) + ":" + std::to_string(port)),
-      name_(upperCased(serviceName)) {}
+      name_(upperCased(std::move(serviceName))) {}
 
 std::shared_ptr<FRXNetService> FRXNetService::fromJson(std::string_view json, FRXError* error) {
   const auto value = parseJson(json, error);

@@ -30,7 +30,7 @@ void FRXHTTPServiceChecker::checkServiceForResponse(const std::shared_ptr<FRXNet
                 std::to_string(static_cast<std::uint64_t>(service->port()));
   request.inactivityTimeout = requestTimeout;
   HTTPClientCallbacks callbacks;
-  callbacks.onCompletion = [completion = std::move(completion)](std::optional<FRXError> error,
+  callbacks.onCompletion = [completion = std::move(completion)](const std::optional<FRXError>& error,
                                                                 const HTTPClientResponse&) {
     if (completion) completion(error ? FRXServiceCheckResult::NoResponse : FRXServiceCheckResult::Responded);
   };

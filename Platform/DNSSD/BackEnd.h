@@ -18,6 +18,7 @@ namespace ferrox::dnssd {
 struct Place {
   int interfaceIndex = -1;
   bool ipv6 = false;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 takes the default for a comparison with 0.
   friend auto operator<=>(const Place&, const Place&) = default;
 };
 

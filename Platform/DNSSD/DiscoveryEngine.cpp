@@ -48,7 +48,7 @@ void DiscoveryEngine::stop() {
   backEnd_->stop();
 }
 
-void DiscoveryEngine::add(std::shared_ptr<Session> session) {
+void DiscoveryEngine::add(const std::shared_ptr<Session>& session) {
   if (!running_) {
     session->close();
     return;

@@ -37,7 +37,7 @@ class DiscoveryEngine final : private BackEndListener {
   void stop();
 
   DiscoveryContext& context() { return context_; }
-  void add(std::shared_ptr<Session> session);
+  void add(const std::shared_ptr<Session>& session);
   /// Closes it.
   void remove(const std::shared_ptr<Session>& session);
 

@@ -21,7 +21,7 @@ constexpr auto goodbyePatience = 300ms;
 constexpr auto goodbyeTurn = 10ms;
 
 std::string publishableName(const std::string& name) {
-  const std::string cut(text::prefixOfBytes(name, maxInstanceNameSize));
+  std::string cut(text::prefixOfBytes(name, maxInstanceNameSize));
   if (cut != name) {
     FRX_LOG_WARN("The service name " + Log::escaped(name) + " is too long; publishing it as " +
                  Log::escaped(cut));

@@ -44,6 +44,7 @@ std::vector<Sighting> Sightings::inOrder(const InterfaceSelection& interfaces) c
   }
   std::sort(ordered.begin(), ordered.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   std::vector<Sighting> result;
+  result.reserve(ordered.size());
   for (auto& item : ordered) result.push_back(std::move(item.second));
   return result;
 }

@@ -25,7 +25,7 @@ std::shared_ptr<HostConnector> HostConnector::start(HostNameResolver& resolver, 
                                                     std::optional<std::chrono::milliseconds> timeout,
                                                     Completion completion) {
   auto& thread = IOThread::shared();
-  const std::shared_ptr<HostConnector> self(new HostConnector(thread, std::move(completion)));
+  std::shared_ptr<HostConnector> self(new HostConnector(thread, std::move(completion)));
   if (timeout) thread.post([self, limit = *timeout] { self->startDeadline(limit); });
   resolver.resolve(host, port, std::min(timeout.value_or(longestLookup), longestLookup),
                    [self, &thread](std::vector<SocketAddress> addresses, std::optional<FRXError> error) {

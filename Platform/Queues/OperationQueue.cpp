@@ -184,13 +184,13 @@ OperationQueue::OperationQueue(BackgroundQueue& background) : impl_(std::make_sh
 
 OperationQueue::~OperationQueue() { cancelAllOperations(); }
 
-void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
+void OperationQueue::addOperation(const std::shared_ptr<Operation>& operation) {
   if (operation == nullptr || !impl_->add(operation, false)) {
     FRX_LOG_WARN("An operation was queued twice, or none was given.");
   }
 }
 
-bool OperationQueue::addOperationUnlessPresent(std::shared_ptr<Operation> operation) {
+bool OperationQueue::addOperationUnlessPresent(const std::shared_ptr<Operation>& operation) {
   return operation != nullptr && impl_->add(operation, true);
 }
 

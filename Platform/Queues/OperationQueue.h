@@ -26,10 +26,10 @@ class OperationQueue {
   OperationQueue& operator=(const OperationQueue&) = delete;
 
   /// One that is already in the queue is not added again (WARN); one that is finished leaves at once.
-  void addOperation(std::shared_ptr<Operation> operation);
+  void addOperation(const std::shared_ptr<Operation>& operation);
   /// Adds it unless an equal operation (see `Operation::isEqual`) is pending or executing; one atomic step.
   /// Returns whether it was added.
-  [[nodiscard]] bool addOperationUnlessPresent(std::shared_ptr<Operation> operation);
+  [[nodiscard]] bool addOperationUnlessPresent(const std::shared_ptr<Operation>& operation);
 
   /// Pending and executing operations, in the order of adding.
   std::vector<std::shared_ptr<Operation>> operations() const;

@@ -60,7 +60,6 @@ struct RunLoop::Impl : std::enable_shared_from_this<RunLoop::Impl> {
   std::atomic<bool> stopRequested{false};
   std::thread thread;
 
- private:
   using TimerKey = std::pair<Clock::Instant, std::uint64_t>;
 
   bool runOneTask(std::uint64_t upTo) FRX_EXCLUDES(mutex);
@@ -82,8 +81,6 @@ struct RunLoop::Impl : std::enable_shared_from_this<RunLoop::Impl> {
   bool waiting FRX_GUARDED_BY(mutex) = false;
   bool signalled FRX_GUARDED_BY(mutex) = false;
   std::optional<Clock::Instant> armedFor FRX_GUARDED_BY(mutex);
-
-  friend class RunLoop;
 };
 
 }  // namespace ferrox

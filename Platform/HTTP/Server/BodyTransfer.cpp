@@ -18,7 +18,7 @@ namespace {
 /// behind it not to notice. Over loopback the reader takes the bytes from the same caches, so less is better.
 constexpr std::size_t windowSize = std::size_t{512} << 10;
 constexpr std::size_t remoteWindowSize = std::size_t{2} << 20;
-constexpr std::size_t streamPiece = 64 * 1024;
+constexpr std::size_t streamPiece = std::size_t{64} << 10;
 
 /// Reads all of `count` bytes or says how far it came; `flags` as for preadv2.
 std::size_t readAt(int descriptor, char* to, std::size_t count, std::uint64_t offset, int flags) {

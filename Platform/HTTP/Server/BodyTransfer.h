@@ -47,7 +47,7 @@ class BodyTransfer {
 
   /// Appends the whole of a small body when that takes no waiting.
   static bool appendSmall(const HTTPResponse& response, const BodySegment& segment, std::string& out);
-  static constexpr std::uint64_t smallBody = 64 * 1024;
+  static constexpr std::uint64_t smallBody = std::uint64_t{64} << 10;
 
  private:
   Step stepFile(SocketChannel& channel, std::string& out);

@@ -11,8 +11,8 @@ namespace ferrox {
 /// Set before the server starts. A request beyond a limit is answered with the status named here and the
 /// connection is closed.
 struct HTTPServerLimits {
-  std::size_t requestLine = 8 * 1024;                     ///< bytes; 414
-  std::size_t headerBlock = 16 * 1024;                    ///< bytes of all header lines; 431
+  std::size_t requestLine = std::size_t{8} << 10;         ///< bytes; 414
+  std::size_t headerBlock = std::size_t{16} << 10;        ///< bytes of all header lines; 431
   std::size_t headerCount = 128;                          ///< header lines; 431
   std::size_t body = std::size_t{1} << 20;                ///< bytes; 413
   std::size_t connections = 1024;                         ///< in all; the newest is closed unanswered
