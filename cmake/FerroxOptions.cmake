@@ -28,7 +28,7 @@ endif()
 add_library(ferrox_flags INTERFACE)
 target_compile_options(ferrox_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_compile_options(ferrox_flags INTERFACE -Wthread-safety)
+  target_compile_options(ferrox_flags INTERFACE -Wthread-safety -Wreserved-identifier)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 sees overlapping copies in "literal" + std::string when it optimises (GCC bug 105329).
