@@ -127,12 +127,13 @@ std::shared_ptr<FRXServer> FRXServer::sharedInstance() {
 }
 
 void FRXServer::setSharedInstance(std::shared_ptr<FRXServer> server) {
-  std::shared_ptr<FRXServer> former = server;
+  const std::shared_ptr<FRXServer> present = server;
   {
+    // The former one goes with the parameter, outside the lock.
     const std::lock_guard lock(shared().mutex);
-    shared().server.swap(former);
+    shared().server.swap(server);
   }
-  registerServer(server);
+  registerServer(present);
 }
 
 FRXServer::FRXServer() : FRXServer(PlatformServices::shared()) {}

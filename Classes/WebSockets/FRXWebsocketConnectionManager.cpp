@@ -334,7 +334,9 @@ void FRXWebsocketConnectionManager::sendJson(const FRXWebsocketMessage& message,
 
 void FRXWebsocketConnectionManager::broadcastMessage(const FRXWebsocketMessage& message,
                                                      const std::string& toService,
-                                                     ResponseCallback onResponse, ErrorCallback) {
+                                                     ResponseCallback onResponse,
+                                                     // NOLINTNEXTLINE(performance-unnecessary-value-param)
+                                                     ErrorCallback /*never called*/) {
   const auto json = message.toJson();
   if (!json) return;
   onMain([message, json = *json, toService,

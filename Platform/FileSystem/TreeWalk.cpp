@@ -80,7 +80,8 @@ bool walkTree(const std::string& root, const TreeVisitor& visit) {
     if (!visit(path, entry.isDirectory)) return false;
     if (!entry.isDirectory) continue;
     path += '/';
-    if (auto below = readLevel(std::string(root).append("/").append(path), path.size(), levels)) levels.push_back(std::move(*below));
+    if (auto below = readLevel(std::string(root).append("/").append(path), path.size(), levels))
+      levels.push_back(std::move(*below));
   }
   return true;
 }

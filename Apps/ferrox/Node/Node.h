@@ -50,8 +50,8 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   /// Closes the connections in order, so that peers get what was posted before, then stops; `completion` is
   /// called on the main thread when that is done. Peers that take longer than `atMost` are not waited for.
   void finish(std::chrono::milliseconds atMost, std::function<void()> completion);
-  /// Withdraws the announcement, of which the listener hears if it was told of its beginning, and closes every
-  /// connection before it returns, whatever they still carry.
+  /// Withdraws the announcement, of which the listener hears if it was told of its beginning, and closes
+  /// every connection before it returns, whatever they still carry.
   void stop();
 
   std::vector<Peer> peers() const;

@@ -30,10 +30,12 @@ class HTTPConnection {
                                                               std::string_view path) = 0;
   /// The endpoint that takes an upgrade to a WebSocket over, or nothing, which refuses it with 404.
   /// `transport` is the connection as the endpoint will own it.
+  // NOLINTBEGIN(performance-unnecessary-value-param): who overrides it keeps the transport.
   virtual std::shared_ptr<WebSocket> webSocketForURI(std::string_view /*path*/,
                                                      std::shared_ptr<WebSocketTransport> /*transport*/) {
     return nullptr;
   }
+  // NOLINTEND(performance-unnecessary-value-param)
   /// A piece of the request's body, in order. By default it is appended to `body()`.
   virtual void processBodyData(std::string_view bytes) { body_.append(bytes); }
 
