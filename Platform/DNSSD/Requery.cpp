@@ -12,7 +12,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::array<std::chrono::milliseconds, 5> delays = {1s, 3s, 10s, 30s, 60s};
+constexpr std::array<std::chrono::seconds, 3> delays = {1s, 3s, 8s};
+/// Networks that heal mostly do so within minutes, and people wait for it.
+constexpr auto eagerSearch = 10min;
+constexpr auto lazyDelay = 60s;
 constexpr auto longestSearch = 60min;
 // The stacks drop a buried record a second later; before that it only seems to be there.
 constexpr auto burialTakes = 2s;
@@ -26,13 +29,14 @@ Requery::Requery(DiscoveryContext& context, std::string type, std::string domain
       isVisible_(std::move(isVisible)) {}
 
 void Requery::lost(const std::string& instanceName) {
-  lost_[instanceName] = std::chrono::steady_clock::now();
+  lastLoss_ = lost_[instanceName] = std::chrono::steady_clock::now();
   step_ = 0;
   schedule();
 }
 
 void Requery::schedule() {
-  const auto delay = delays[std::min(step_, delays.size() - 1)];
+  const bool isEager = std::chrono::steady_clock::now() - lastLoss_ < eagerSearch;
+  const auto delay = isEager ? delays.at(std::min(step_, delays.size() - 1)) : lazyDelay;
   ++step_;
   timer_ = context_.thread.after(delay, [this] { ask(); });
 }

@@ -12,8 +12,8 @@
 namespace ferrox::dnssd {
 
 /// A stack asks ever more seldom, up to once an hour, and a host that was cut off announces nothing when the
-/// network heals. So we ask after 1, 3, 10, 30 and 60 seconds and then every minute, until each lost instance
-/// is back or an hour has passed. Thread: discovery
+/// network heals. So we ask after 1 and 3 seconds, then every 8 seconds for ten minutes after the latest
+/// loss, and then every minute, until each lost instance is back or an hour has passed. Thread: discovery
 class Requery {
  public:
   using IsVisible = std::function<bool(const std::string& instanceName)>;
@@ -35,6 +35,7 @@ class Requery {
   std::string domain_;
   IsVisible isVisible_;
   std::map<std::string, std::chrono::steady_clock::time_point> lost_;
+  std::chrono::steady_clock::time_point lastLoss_{};
   std::size_t step_ = 0;
   std::unique_ptr<Pending> timer_;
 };
