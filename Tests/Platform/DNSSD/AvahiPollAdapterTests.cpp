@@ -13,7 +13,8 @@
 #include "Platform/DNSSD/AvahiPollAdapter.h"
 
 namespace {
-int systemTimerSettings = 0;
+/// Of this thread: the reactors of other tests work on threads of their own.
+thread_local int systemTimerSettings = 0;
 }
 
 /// Stands in for the C library's, to count what the reactor asks of the system.
