@@ -15,7 +15,7 @@
 namespace {
 /// Of this thread: the reactors of other tests work on threads of their own.
 thread_local int systemTimerSettings = 0;
-}
+}  // namespace
 
 /// Stands in for the C library's, to count what the reactor asks of the system.
 extern "C" int timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* previous) noexcept {
