@@ -56,6 +56,8 @@ struct Selection;
 
 struct SelectionSet {
   std::vector<Selection> selections;
+  /// Of its opening brace.
+  Location location;
   bool empty() const { return selections.empty(); }
 };
 
@@ -74,6 +76,7 @@ struct Field {
 struct FragmentSpread {
   std::string_view name;
   Location location;
+  Location nameLocation;
   std::vector<Directive> directives;
 };
 
@@ -101,8 +104,10 @@ struct TypeNode {
 };
 
 struct VariableDefinition {
+  /// Without "$"; `location` is that of "$".
   std::string_view name;
   Location location;
+  Location nameLocation;
   TypeNode type;
   /// Empty without one.
   std::unique_ptr<Value> defaultValue;
