@@ -24,6 +24,7 @@ RunLoop::RunLoop(const Clock& clock) : impl_(std::make_shared<Impl>(clock)) {}
 RunLoop::~RunLoop() {
   stopThread();
   impl_->discardTasks();
+  impl_->discardTimers();
 }
 
 RunLoop& RunLoop::main() {

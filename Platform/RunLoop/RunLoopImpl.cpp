@@ -12,6 +12,8 @@
 #include <limits>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "Platform/Log/Log.h"
 
@@ -195,6 +197,14 @@ void RunLoop::Impl::discardTasks() {
     }
     if (discarded.empty()) return;
   }
+}
+
+void RunLoop::Impl::discardTimers() {
+  // What an action holds may end other timers when it goes, so this takes no lock while it lets go.
+  std::vector<std::shared_ptr<const Timer::Action>> discarded;
+  const MutexLock lock(mutex);
+  for (const auto& [key, entry] : timers) discarded.push_back(std::exchange(entry->action, nullptr));
+  timers.clear();
 }
 
 void RunLoop::Impl::signal() {

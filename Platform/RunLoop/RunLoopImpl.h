@@ -51,6 +51,8 @@ struct RunLoop::Impl : std::enable_shared_from_this<RunLoop::Impl> {
   void bindToThisThread();
   static void runGuarded(const std::function<void()>& action);
   void discardTasks() FRX_EXCLUDES(mutex);
+  /// Lets go of the actions: what a pending timer keeps alive may own the timer.
+  void discardTimers() FRX_EXCLUDES(mutex);
 
   const Clock& clock;
   int epollDescriptor = -1;
