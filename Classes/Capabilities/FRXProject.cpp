@@ -53,10 +53,16 @@ std::optional<std::string> FRXProject::key() const {
   return id;
 }
 
-std::optional<FRXDictionary> FRXProject::jsonSerializableObject() const {
+std::optional<FRXProject::Description> FRXProject::description() const {
   const std::lock_guard lock(mutex_);
   if (!name_ || !id_ || !text::isValidUtf8(*name_) || !text::isValidUtf8(*id_)) return std::nullopt;
-  return FRXDictionary{{"name", *name_}, {"id", *id_}, {"port", port_}};
+  return Description{*name_, *id_, port_};
+}
+
+std::optional<FRXDictionary> FRXProject::jsonSerializableObject() const {
+  auto now = description();
+  if (!now) return std::nullopt;
+  return FRXDictionary{{"name", std::move(now->name)}, {"id", std::move(now->id)}, {"port", now->port}};
 }
 
 }  // namespace ferrox

@@ -14,6 +14,13 @@ namespace ferrox {
 /// Thread: any
 class FRXProject {
  public:
+  /// What peers are told: both texts are there and are UTF-8.
+  struct Description {
+    std::string name;
+    std::string id;
+    std::uint16_t port = 0;
+  };
+
   std::optional<std::string> name() const;
   void setName(std::optional<std::string> name);
   /// Required; the last part of the project's URL.
@@ -28,7 +35,9 @@ class FRXProject {
 
   /// The key under which the project is shared: its id; nothing while that is empty.
   std::optional<std::string> key() const;
-  /// {"name", "id", "port"}; nothing while one of them is missing or not UTF-8.
+  /// All of one moment; nothing while a part of it is missing or not UTF-8.
+  std::optional<Description> description() const;
+  /// {"name", "id", "port"}; nothing while there is no description.
   std::optional<FRXDictionary> jsonSerializableObject() const;
 
  private:

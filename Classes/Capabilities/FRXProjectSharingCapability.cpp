@@ -1,22 +1,20 @@
 #include "Classes/Capabilities/FRXProjectSharingCapability.h"
 
+#include <utility>
+
 namespace ferrox {
+
+FRXProjectSharingCapability::FRXProjectSharingCapability(CapabilityParts parts)
+    : OfferingCapability(FRXCapabilityNameProjectSharing, FRXProjectSharingCapabilityNotification, "projects",
+                         std::move(parts)) {}
 
 bool FRXProjectSharingCapability::addProject(const std::shared_ptr<FRXProject>& project,
                                              bool broadcastChange) {
-  if (!projects_.add(project)) return false;
-  if (broadcastChange) broadcastCapability();
-  return true;
+  return add(project, broadcastChange);
 }
 
 bool FRXProjectSharingCapability::removeProjectWithId(std::string_view id, bool broadcastChange) {
-  if (!projects_.remove(id)) return false;
-  if (broadcastChange) broadcastCapability();
-  return true;
+  return remove(id, broadcastChange);
 }
-
-// Peers learn of the projects when they ask for the capabilities; there is no channel to announce them on
-// yet.
-void FRXProjectSharingCapability::broadcastCapability() {}
 
 }  // namespace ferrox

@@ -2,15 +2,14 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <string_view>
 
-#include "Classes/Capabilities/FRXCapability.h"
 #include "Classes/Capabilities/FRXProject.h"
-#include "Classes/Capabilities/OfferTable.h"
+#include "Classes/Capabilities/OfferingCapability.h"
 
 namespace ferrox {
 
+/// Outgoing; its user info holds "projects", the capability's JSON, and "frxId", this device's id.
 inline constexpr std::string_view FRXProjectSharingCapabilityNotification =
     "FRXProjectSharingCapabilityNotif";
 /// For the host application's own use; the library posts neither.
@@ -19,27 +18,22 @@ inline constexpr std::string_view FRXProjectRemovedNotification = "FRXProjectRem
 
 /// Projects by id.
 /// Thread: main; reading: any
-class FRXProjectSharingCapability : public FRXCapability {
+class FRXProjectSharingCapability : public OfferingCapability<FRXProject> {
  public:
-  using Projects = OfferTable<FRXProject>::Offers;
+  using Projects = Offers;
 
-  /// False, changing nothing, when the id is empty or taken, or the name is missing. A port of 0 becomes the
-  /// server's.
+  explicit FRXProjectSharingCapability(CapabilityParts parts = {});
+
+  /// False, changing nothing, when the id is empty or taken, and, logged at WARN, when name or id is missing
+  /// or not UTF-8. A port of 0 becomes the server's.
   bool addProject(const std::shared_ptr<FRXProject>& project, bool broadcastChange = false);
   /// The id has to match exactly. False when there is no such project.
   bool removeProjectWithId(std::string_view id, bool broadcastChange = false);
 
   /// A snapshot. Thread: any
-  Projects availableProjects() const { return projects_.snapshot(); }
+  Projects availableProjects() const { return offers().snapshot(); }
   /// The project of that id, or an empty pointer. Thread: any
-  std::shared_ptr<FRXProject> projectWithId(std::string_view id) const { return projects_.find(id); }
-
-  FRXValue jsonSerializableObject() const override { return projects_.jsonArray(); }
-  void broadcastCapability() override;
-  std::string name() const override { return std::string(FRXCapabilityNameProjectSharing); }
-
- private:
-  OfferTable<FRXProject> projects_;
+  std::shared_ptr<FRXProject> projectWithId(std::string_view id) const { return offers().find(id); }
 };
 
 }  // namespace ferrox

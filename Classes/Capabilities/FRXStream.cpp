@@ -63,6 +63,10 @@ void FRXStream::setPort(std::uint16_t port) {
 
 std::optional<std::string> FRXStream::servedPath() {
   const std::lock_guard lock(mutex_);
+  return servedPathLocked();
+}
+
+std::optional<std::string> FRXStream::servedPathLocked() {
   if (isNilOrEmpty(servedPath_)) {
     if (isNilOrEmpty(id_)) return std::nullopt;
     servedPath_ = servedPathFrom(*id_);
@@ -91,12 +95,20 @@ std::optional<std::string> FRXStream::key() {
   return path ? percentDecoded(*path) : std::nullopt;
 }
 
-std::optional<FRXDictionary> FRXStream::jsonSerializableObject() {
-  auto path = servedPath();
+std::optional<FRXStream::Description> FRXStream::description() {
   const std::lock_guard lock(mutex_);
+  auto path = servedPathLocked();
   if (!path || !isText(name_) || !isText(contentType_)) return std::nullopt;
-  return FRXDictionary{
-      {"name", *name_}, {"port", port_}, {"path", std::move(*path)}, {"contentType", *contentType_}};
+  return Description{*name_, std::move(*path), *contentType_, port_};
+}
+
+std::optional<FRXDictionary> FRXStream::jsonSerializableObject() {
+  auto now = description();
+  if (!now) return std::nullopt;
+  return FRXDictionary{{"name", std::move(now->name)},
+                       {"port", now->port},
+                       {"path", std::move(now->path)},
+                       {"contentType", std::move(now->contentType)}};
 }
 
 }  // namespace ferrox

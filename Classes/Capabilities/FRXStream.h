@@ -18,6 +18,14 @@ inline constexpr std::string_view FRXContentTypeMomentsData = "moments-data";
 /// Thread: any
 class FRXStream {
  public:
+  /// What peers are told: every text is there and is UTF-8.
+  struct Description {
+    std::string name;
+    std::string path;
+    std::string contentType;
+    std::uint16_t port = 0;
+  };
+
   std::optional<std::string> id() const;
   void setId(std::optional<std::string> id);
   std::optional<std::string> name() const;
@@ -38,10 +46,14 @@ class FRXStream {
 
   /// The key under which the stream is served: the percent-decoded served path.
   std::optional<std::string> key();
-  /// {"name", "port", "path", "contentType"}; nothing while one of them is missing or not UTF-8.
+  /// All of one moment; nothing while a part of it is missing or not UTF-8.
+  std::optional<Description> description();
+  /// {"name", "port", "path", "contentType"}; nothing while there is no description.
   std::optional<FRXDictionary> jsonSerializableObject();
 
  private:
+  std::optional<std::string> servedPathLocked();
+
   mutable std::mutex mutex_;
   std::optional<std::string> id_;
   std::optional<std::string> name_;

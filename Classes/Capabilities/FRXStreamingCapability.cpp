@@ -1,20 +1,19 @@
 #include "Classes/Capabilities/FRXStreamingCapability.h"
 
+#include <utility>
+
 namespace ferrox {
 
+FRXStreamingCapability::FRXStreamingCapability(CapabilityParts parts)
+    : OfferingCapability(FRXCapabilityNameStreaming, FRXStreamingCapabilityNotification, "streams",
+                         std::move(parts)) {}
+
 bool FRXStreamingCapability::addStream(const std::shared_ptr<FRXStream>& stream, bool broadcastChange) {
-  if (!streams_.add(stream)) return false;
-  if (broadcastChange) broadcastCapability();
-  return true;
+  return add(stream, broadcastChange);
 }
 
 bool FRXStreamingCapability::removeStreamWithServedPath(std::string_view servedPath, bool broadcastChange) {
-  if (!streams_.remove(servedPath)) return false;
-  if (broadcastChange) broadcastCapability();
-  return true;
+  return remove(servedPath, broadcastChange);
 }
-
-// Peers learn of the streams when they ask for the capabilities; there is no channel to announce them on yet.
-void FRXStreamingCapability::broadcastCapability() {}
 
 }  // namespace ferrox

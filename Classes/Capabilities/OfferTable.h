@@ -5,28 +5,34 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "Classes/Utilities/LocalServiceDirectory.h"
 #include "Platform/Base/FRXValue.h"
+#include "Platform/Log/Log.h"
 
 namespace ferrox {
 
-/// `Offer` has `key()`, `port()`, `setPort()` and `jsonSerializableObject()`.
+/// `Offer` has `key()`, `port()`, `setPort()`, `description()` and `jsonSerializableObject()`; the latter two
+/// give nothing while the offer is incomplete.
 /// Thread: any
 template <typename Offer>
 class OfferTable {
  public:
   using Offers = std::map<std::string, std::shared_ptr<Offer>, std::less<>>;
 
-  /// False, changing nothing, when the offer is incomplete or its key is taken. A port of 0 becomes the
-  /// server's.
+  /// False, changing nothing, when the offer is incomplete, which is logged, or its key is taken. A port of 0
+  /// becomes the server's.
   bool add(const std::shared_ptr<Offer>& offer) {
-    if (!offer || !offer->jsonSerializableObject()) return false;
-    auto key = offer->key();
-    if (!key) return false;
+    auto key = offer ? offer->key() : std::nullopt;
+    if (!key || !offer->description()) {
+      FRX_LOG_WARN("Refused to offer " + Log::escaped(key.value_or("something without an id")) +
+                   ": a required value is missing or no UTF-8");
+      return false;
+    }
     const std::uint16_t serverPort = LocalServiceDirectory::serverPort();
     const std::lock_guard lock(mutex_);
     const bool added = offers_.emplace(std::move(*key), offer).second;

@@ -354,6 +354,12 @@ void FRXWebsocketConnectionManager::request(const FRXWebsocketMessage& message, 
   tellDelegate(message, toService);
 }
 
+void FRXWebsocketConnectionManager::forgetReply(const std::string& messageId) {
+  onMain([messageId](FRXWebsocketConnectionManager& manager) {
+    manager.messageResponseCallbacks_.erase(messageId);
+  });
+}
+
 void FRXWebsocketConnectionManager::forwardMessage(const std::string& json, const std::string& fromSender) {
   onMain([json, fromSender](FRXWebsocketConnectionManager& manager) { manager.forward(json, fromSender); });
 }

@@ -115,6 +115,8 @@ class FRXWebsocketConnectionManager : public PeerConnector,
   /// a time-out of their own. The same id filed again replaces the former callback.
   void broadcastMessage(const FRXWebsocketMessage& message, const std::string& toService,
                         ResponseCallback onResponse, ErrorCallback onError);
+  /// The reply to the request of that id is no longer awaited; should it still arrive, nobody is told.
+  void forgetReply(const std::string& messageId);
   /// Passes a peer's text on, unchanged, to all others; `fromSender` is its "HOST:port".
   void forwardMessage(const std::string& json, const std::string& fromSender);
   /// Tells the listener, if the peer is known.

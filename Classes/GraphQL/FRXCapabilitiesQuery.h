@@ -1,0 +1,11 @@
+// The query that peers ask each other.
+#pragma once
+
+#include <string_view>
+
+namespace ferrox {
+
+inline constexpr std::string_view FRXCapabilitiesQuery =
+    "{ capabilities { streaming { name path contentType port } projectsharing { name id port } } }";
+
+}  // namespace ferrox
