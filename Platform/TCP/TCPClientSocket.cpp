@@ -12,7 +12,7 @@
 #include "Platform/Net/HostConnector.h"
 #include "Platform/Net/HostName.h"
 #include "Platform/Net/IOThread.h"
-#include "Platform/RunLoop/RunLoop.h"
+#include "Platform/RunLoop/MainLoopLink.h"
 
 namespace ferrox {
 namespace {
@@ -56,8 +56,11 @@ class Link : public std::enable_shared_from_this<Link> {
 class RacingTCPClientSocket final : public TCPClientSocket,
                                     public std::enable_shared_from_this<RacingTCPClientSocket> {
  public:
-  RacingTCPClientSocket(HostNameResolver& resolver, RunLoop& loop) : resolver_(resolver), loop_(loop) {}
+  RacingTCPClientSocket(HostNameResolver& resolver, RunLoop& loop) : resolver_(resolver), toLoop_(loop) {}
   ~RacingTCPClientSocket() override { releaseConnection(connector_, link_); }
+
+  /// The I/O thread may hold the socket for a moment after its owner let it go, when the loop may end.
+  void detach() { toLoop_.close(); }
 
   void setDelegate(std::weak_ptr<TCPClientSocketListener> listener) override {
     const MutexLock lock(mutex_);
@@ -83,7 +86,7 @@ class RacingTCPClientSocket final : public TCPClientSocket,
   }
 
   HostNameResolver& resolver_;
-  RunLoop& loop_;
+  MainLoopLink toLoop_;
 
   mutable Mutex mutex_;
   std::weak_ptr<TCPClientSocketListener> delegate_ FRX_GUARDED_BY(mutex_);
@@ -172,7 +175,7 @@ void RacingTCPClientSocket::connectionDidEnd(Session session, std::optional<FRXE
 }
 
 void RacingTCPClientSocket::postConnected(Session session) {
-  loop_.post([self = shared_from_this(), session] {
+  toLoop_.post([self = shared_from_this(), session] {
     std::string host;
     std::uint16_t port = 0;
     {
@@ -186,7 +189,7 @@ void RacingTCPClientSocket::postConnected(Session session) {
 }
 
 void RacingTCPClientSocket::postDisconnected(std::optional<FRXError> error) {
-  loop_.post([self = shared_from_this(), failure = std::move(error)] {
+  toLoop_.post([self = shared_from_this(), failure = std::move(error)] {
     if (const auto listener = self->delegate()) listener->socketDidDisconnectWithError(*self, failure);
   });
 }
@@ -194,7 +197,8 @@ void RacingTCPClientSocket::postDisconnected(std::optional<FRXError> error) {
 }  // namespace
 
 std::shared_ptr<TCPClientSocket> TCPClientSocket::make(HostNameResolver& resolver, RunLoop& callbackLoop) {
-  return std::make_shared<RacingTCPClientSocket>(resolver, callbackLoop);
+  const auto socket = std::make_shared<RacingTCPClientSocket>(resolver, callbackLoop);
+  return {socket.get(), [socket](TCPClientSocket*) { socket->detach(); }};
 }
 
 }  // namespace ferrox

@@ -28,6 +28,7 @@ class TCPClientSocketListener {
                                             const std::optional<FRXError>& error) = 0;
 };
 
+/// Nothing is posted to the callback loop any more once the last owner has let go.
 /// Thread: any; listeners are called on the callback loop only.
 class TCPClientSocket {
  public:

@@ -40,6 +40,12 @@ bool WebSocketClientSession::channelIsReadable(std::span<char> space) {
   if (isDone()) return false;
   const ssize_t count = channel_.receive(space);
   if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return false;
+  if (count == 0 && phase_ == Phase::Closing && framing_.hasReceivedClose()) {
+    // All that the peer had to say has come; it may still take what is queued here, the answer to its close
+    // frame at the end.
+    setReading(false);
+    return false;
+  }
   if (count <= 0) return channelEnded(count < 0 ? errno : 0), false;
   read({space.data(), static_cast<std::size_t>(count)});
   flush();

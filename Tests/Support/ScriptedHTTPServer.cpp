@@ -93,6 +93,8 @@ void ScriptedConnection::stall() {
   }
 }
 
+void ScriptedConnection::endSending() { ::shutdown(socket_, SHUT_WR); }
+
 void ScriptedConnection::reset() {
   const linger abort{1, 0};
   ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));

@@ -34,6 +34,8 @@ class ScriptedConnection {
   bool drip(std::string_view bytes, std::chrono::milliseconds pause);
   /// Says nothing until the client goes or the server stops.
   void stall();
+  /// Ends this side; what the client sends can still be read.
+  void endSending();
   /// Ends the connection with a reset instead of an orderly end.
   void reset();
 

@@ -150,6 +150,34 @@ TEST_F(WebSocketClientHostilePeer, AConnectionThatEndsWhileClosingIsNotClean) {
   EXPECT_EQ(delegate().closes, (Closes{{1006, "", false}}));
 }
 
+TEST_F(WebSocketClientHostilePeer, APeerThatClosesInTheMiddleOfALongMessageIsStillAnswered) {
+  std::size_t messageSize = 0;
+  int answer = 0;
+  serve([&](ScriptedPeer& peer, ScriptedConnection& connection) {
+    peer.accept();
+    peer.readFrame();
+    peer.send(closeFrame(1009));
+    connection.endSending();
+    const auto message = peer.readFrame();
+    const auto close = peer.readFrame();
+    note([&] {
+      messageSize = message ? message->payload.size() : 0;
+      answer = close ? close->closeCode() : 0;
+    });
+  });
+  constexpr std::size_t longerThanAnySocketBuffer = std::size_t{24} << 20;
+  request_.maxSendQueue = 2 * longerThanAnySocketBuffer;
+  openAndWait();
+  client().send("go");
+  client().send(std::string(longerThanAnySocketBuffer, 'x'));
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_EQ(delegate().closes, (Closes{{1009, "", true}}));
+  ASSERT_TRUE(waitFor([&] { return server_->openCount() == 0; }));
+  const std::lock_guard lock(mutex_);
+  EXPECT_EQ(messageSize, longerThanAnySocketBuffer);
+  EXPECT_EQ(answer, 1009);
+}
+
 TEST_F(WebSocketClientHostilePeer, APeerThatKeepsTheConnectionAfterTheHandshakeIsCut) {
   serve([&](ScriptedPeer& peer, ScriptedConnection&) {
     peer.accept(closeFrame(1000));
