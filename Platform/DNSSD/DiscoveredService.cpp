@@ -103,10 +103,11 @@ void DiscoveredService::txtChanged(const std::string& rdata) {
   }
 }
 
+// The question stays open: on a network that loses packets the answer may come with a later announcement, and
+// nobody would ask for this instance again.
 void DiscoveredService::resolutionTimedOut() {
   if (!resolving_) return;
   timeout_.reset();
-  stop();
   if (const auto listener = listener_.lock()) listener->netServiceDidNotResolve(shared_from_this());
 }
 

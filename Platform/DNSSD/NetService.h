@@ -18,6 +18,7 @@ class NetServiceListener {
   /// The handle has host name and port. Called again when either changes while the handle is resolving or
   /// monitored (a peer that restarted under its name on another port).
   virtual void netServiceDidResolveAddress(const std::shared_ptr<NetService>& service) { (void)service; }
+  /// Not in time. Unless the handle is stopped it still listens, and resolves when the answer comes late.
   virtual void netServiceDidNotResolve(const std::shared_ptr<NetService>& service) { (void)service; }
   /// `txtData` is the record's rdata: length-prefixed strings (RFC 6763 section 6).
   virtual void netServiceDidUpdateTXTRecordData(const std::shared_ptr<NetService>& service,
