@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -67,6 +68,10 @@ std::optional<std::string> portOfPeer(const FRXValue* port) {
   if (port == nullptr || port->isNull()) return "(null)";
   if (const std::int64_t* number = port->asInteger()) {
     return *number >= 0 && *number <= highest ? std::optional(std::to_string(*number)) : std::nullopt;
+  }
+  if (const double* number = port->asDouble()) {
+    const bool isPort = *number >= 0 && *number <= highest && *number == std::floor(*number);
+    return isPort ? std::optional(std::to_string(static_cast<std::int64_t>(*number))) : std::nullopt;
   }
   const std::string* text = port->asText();
   if (text == nullptr) return std::nullopt;

@@ -9,8 +9,8 @@
 
 namespace ferrox {
 
-/// A peer's port as its URLs hold it: an integer of 0 to 65535, or the digits of one as a text; "(null)" when
-/// it is missing. Nothing for any other value. Thread: any
+/// A peer's port as its URLs hold it: a whole number of 0 to 65535, or the digits of one as a text; "(null)"
+/// when it is missing. Nothing for any other value. Thread: any
 std::optional<std::string> portOfPeer(const FRXValue* port);
 
 /// "http://HOST:PORT" and the path, which is empty or begins with a slash; a "?" may begin a query (RFC 3986

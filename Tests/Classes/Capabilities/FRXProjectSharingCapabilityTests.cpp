@@ -2,6 +2,7 @@
 
 #include "Classes/Capabilities/FRXProjectSharingCapability.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
+#include "Tests/Support/RecordingLogSink.h"
 
 namespace ferrox {
 namespace {
@@ -31,12 +32,15 @@ TEST_F(FRXProjectSharingCapabilityTests, HasItsNameAndConstants) {
   EXPECT_EQ(FRXProjectRemovedNotification, "FRXProjectRemovedNotif");
 }
 
-TEST_F(FRXProjectSharingCapabilityTests, AProjectWithoutIdOrNameIsNotAdded) {
+TEST_F(FRXProjectSharingCapabilityTests, AProjectWithoutIdOrNameIsNotAddedAndLogged) {
+  const test::LogRecording log(LogLevel::Warn);
   EXPECT_FALSE(capability_.addProject(makeProject("")));
   EXPECT_FALSE(capability_.addProject(makeProject(std::nullopt)));
   EXPECT_FALSE(capability_.addProject(makeProject("id", std::nullopt)));
   EXPECT_FALSE(capability_.addProject(makeProject("\xFF")));
+  EXPECT_FALSE(capability_.addProject(makeProject("id", "\xFF")));
   EXPECT_FALSE(capability_.addProject(nullptr));
+  EXPECT_EQ(log->entries().size(), 6U);
   EXPECT_TRUE(capability_.availableProjects().empty());
 }
 

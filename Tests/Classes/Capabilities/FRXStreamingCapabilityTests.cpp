@@ -4,6 +4,8 @@
 
 #include "Classes/Capabilities/FRXStreamingCapability.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
+#include "Platform/Base/Json.h"
+#include "Tests/Support/RecordingLogSink.h"
 
 namespace ferrox {
 namespace {
@@ -110,7 +112,9 @@ TEST_F(FRXStreamingCapabilityTests, RemovesByTheDecodedServedPathOnly) {
   EXPECT_TRUE(capability_.availableStreams().empty());
 }
 
-TEST_F(FRXStreamingCapabilityTests, AnIncompleteStreamIsNotAdded) {
+TEST_F(FRXStreamingCapabilityTests, AnIncompleteStreamIsNotAddedAndLogged) {
+  const test::LogRecording log(LogLevel::Warn);
+  std::size_t refused = 0;
   auto nameless = makeStream("a");
   nameless->setName(std::nullopt);
   auto kindless = makeStream("b");
@@ -121,7 +125,8 @@ TEST_F(FRXStreamingCapabilityTests, AnIncompleteStreamIsNotAdded) {
   auto garbledPath = makeStream("\xFF");
   for (const auto& stream :
        {nameless, kindless, pathless, garbled, garbledPath, std::shared_ptr<FRXStream>()}) {
-    EXPECT_FALSE(capability_.addStream(stream));
+    EXPECT_FALSE(capability_.addStream(stream, true));
+    EXPECT_EQ(log->entries().size(), ++refused);
   }
   EXPECT_TRUE(capability_.availableStreams().empty());
 }
@@ -134,6 +139,21 @@ TEST_F(FRXStreamingCapabilityTests, JsonHoldsFourMembersForEachStream) {
                                             {"port", 16654},
                                             {"path", "/streams/cam%20A"},
                                             {"contentType", "video-angle"}}}));
+}
+
+TEST_F(FRXStreamingCapabilityTests, AStreamThatBecomesIncompleteLeavesTheJsonWhole) {
+  const auto spoiled = makeStream("a");
+  EXPECT_TRUE(capability_.addStream(spoiled));
+  EXPECT_TRUE(capability_.addStream(makeStream("b")));
+  for (const auto& name : {std::optional<std::string>(), std::optional<std::string>("\xC3")}) {
+    spoiled->setName(name);
+    const FRXValue json = capability_.jsonSerializableObject();
+    EXPECT_EQ(json.asArray()->size(), 1U);
+    EXPECT_TRUE(writeJson(json));
+  }
+  spoiled->setName(std::string("a\"\0\n", 4));
+  EXPECT_TRUE(writeJson(capability_.jsonSerializableObject()));
+  EXPECT_EQ(capability_.jsonSerializableObject().asArray()->size(), 2U);
 }
 
 TEST_F(FRXStreamingCapabilityTests, ASnapshotDoesNotChangeWithTheTable) {
