@@ -1,6 +1,7 @@
 // How the engine reads the host's objects.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,8 +32,9 @@ class GraphQLValue {
   GraphQLValue(const char* value) : storage_(std::string(value)) {}
   GraphQLValue(GraphQLList value) : storage_(std::move(value)) {}
   /// An empty pointer is null.
-  GraphQLValue(std::shared_ptr<const GraphQLObject> value) {
-    if (value) storage_ = std::move(value);
+  template <std::derived_from<GraphQLObject> Object>
+  GraphQLValue(std::shared_ptr<Object> value) {
+    if (value) storage_ = std::shared_ptr<const GraphQLObject>(std::move(value));
   }
 
   const Storage& storage() const { return storage_; }
