@@ -107,7 +107,8 @@ class Schema {
   const NamedType* type(std::string_view name) const;
   const DirectiveDefinition* directive(std::string_view name) const;
   std::optional<std::string> description() const { return description_; }
-  /// The declared types, then the built-in scalars and the types of introspection (section 4).
+  /// The declared types, then those built-in scalars that some type refers to (section 3.5), and the types of
+  /// introspection (section 4).
   const std::vector<std::unique_ptr<NamedType>>& types() const { return types_; }
   const std::vector<DirectiveDefinition>& directives() const { return directives_; }
   /// `__schema`, `__type` or `__typename` (sections 4.1 and 4.2) where a query may ask for it, else the
@@ -119,7 +120,7 @@ class Schema {
   Schema() = default;
 
   std::vector<std::unique_ptr<NamedType>> types_;
-  std::map<std::string, const NamedType*, std::less<>> typesByName_;
+  std::map<std::string_view, NamedType*> typesByName_;
   std::vector<DirectiveDefinition> directives_;
   const NamedType* queryType_ = nullptr;
   std::optional<std::string> description_;
