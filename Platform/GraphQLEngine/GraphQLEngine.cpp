@@ -70,6 +70,9 @@ class SchemaEngine final : public GraphQLEngine {
     }
     auto variables = graphql::coerceVariableValues(*schema_, *operation, options.variables, limits_.errors);
     if (!variables.errors.empty()) return {{}, std::move(variables.errors)};
+    if (operation->kind != OperationDefinition::Kind::Query) {
+      return {"null", {{"The schema has queries only", {operation->location}, {}}}};
+    }
     const auto plan =
         graphql::ExecutionPlanner(*schema_, *document, variables.values, limits_.steps).plan(*operation);
     if (!plan) return refusal({"The query would take more work than this service gives one", {}, {}});
