@@ -6,8 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "Platform/GraphQLEngine/LeafCoercion.h"
-
 namespace ferrox::graphql {
 namespace {
 
@@ -157,7 +155,7 @@ std::optional<FRXValue> coerceLiteral(const Value& literal, const TypeReference&
   if (type.named->kind == NamedType::Kind::InputObject) {
     return coerceObjectLiteral(literal, *type.named, variables);
   }
-  return coerceLeafLiteral(literal, *type.named);
+  return coerceLeafLiteral(literal, *type.named, variables);
 }
 
 CoercedVariables coerceVariableValues(const Schema& schema, const OperationDefinition& operation,

@@ -1,7 +1,6 @@
 // Arguments and variables become values (GraphQL October 2021, sections 6.1.2 and 6.4.1).
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -9,12 +8,10 @@
 #include "Platform/Base/FRXValue.h"
 #include "Platform/GraphQLEngine/Document.h"
 #include "Platform/GraphQLEngine/GraphQLError.h"
+#include "Platform/GraphQLEngine/LeafCoercion.h"
 #include "Platform/GraphQLEngine/Schema.h"
 
 namespace ferrox::graphql {
-
-/// The variables that have a value, by name.
-using Variables = std::map<std::string_view, FRXValue>;
 
 struct CoercedVariables {
   Variables values;

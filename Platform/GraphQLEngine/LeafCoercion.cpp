@@ -5,6 +5,7 @@
 #include <limits>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "Platform/Base/Json.h"
 #include "Platform/Base/Utf8.h"
@@ -48,15 +49,15 @@ std::optional<FRXValue> intValue(std::optional<std::int64_t> number) {
   return *number;
 }
 
-/// What a literal means where no type tells.
-FRXValue untyped(const Value& literal) {
+/// What a literal means where no type tells; nothing for a variable without a value.
+std::optional<FRXValue> untyped(const Value& literal, const Variables& variables) {
   switch (literal.kind) {
     case Value::Kind::Int:
       if (const auto number = numberFrom<std::int64_t>(literal.text)) return *number;
       [[fallthrough]];
     case Value::Kind::Float:
       if (const auto number = numberFrom<double>(literal.text)) return *number;
-      return {};
+      return FRXValue();
     case Value::Kind::String:
     case Value::Kind::Enum:
       return literal.text;
@@ -64,21 +65,26 @@ FRXValue untyped(const Value& literal) {
       return literal.text == "true";
     case Value::Kind::List: {
       FRXArray array;
-      for (const Value& item : literal.items) array.push_back(untyped(item));
+      for (const Value& item : literal.items) {
+        array.push_back(untyped(item, variables).value_or(FRXValue()));
+      }
       return array;
     }
     case Value::Kind::Object: {
       FRXDictionary object;
       for (const ObjectField& field : literal.fields) {
-        object.insert_or_assign(std::string(field.name), untyped(field.value));
+        auto value = untyped(field.value, variables);
+        if (value) object.insert_or_assign(std::string(field.name), std::move(*value));
       }
       return object;
     }
     case Value::Kind::Null:
+      return FRXValue();
     case Value::Kind::Variable:
-      return {};
+      break;
   }
-  return {};
+  const auto variable = variables.find(literal.text);
+  return variable == variables.end() ? std::nullopt : std::optional(variable->second);
 }
 
 std::optional<FRXValue> enumLiteral(const Value& literal, const NamedType& type) {
@@ -195,7 +201,8 @@ class ScalarWriter {
 
 }  // namespace
 
-std::optional<FRXValue> coerceLeafLiteral(const Value& literal, const NamedType& type) {
+std::optional<FRXValue> coerceLeafLiteral(const Value& literal, const NamedType& type,
+                                          const Variables& variables) {
   using Kind = Value::Kind;
   if (type.kind == NamedType::Kind::Enum) return enumLiteral(literal, type);
   switch (builtIn(type)) {
@@ -216,7 +223,7 @@ std::optional<FRXValue> coerceLeafLiteral(const Value& literal, const NamedType&
       if (literal.kind != Kind::String && literal.kind != Kind::Int) return std::nullopt;
       return literal.text;
     case BuiltIn::None:
-      return untyped(literal);
+      return untyped(literal, variables);
   }
   return std::nullopt;
 }

@@ -1,8 +1,10 @@
 // Scalars and enums, in and out (GraphQL October 2021, sections 3.5 and 3.9).
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Platform/Base/FRXValue.h"
 #include "Platform/GraphQLEngine/Document.h"
@@ -11,9 +13,13 @@
 
 namespace ferrox::graphql {
 
+/// The variables that have a value, by name.
+using Variables = std::map<std::string_view, FRXValue>;
+
 /// A literal of the query as a value of the scalar or enum `type`; nothing when it does not fit. A scalar
-/// that the schema declares takes every literal. Variables are not looked into. Thread: any
-std::optional<FRXValue> coerceLeafLiteral(const Value& literal, const NamedType& type);
+/// that the schema declares takes every literal, with the variables in it. Thread: any
+std::optional<FRXValue> coerceLeafLiteral(const Value& literal, const NamedType& type,
+                                          const Variables& variables = {});
 
 /// A variable's JSON value as a value of the scalar or enum `type`; nothing when it does not fit.
 /// Thread: any
