@@ -78,7 +78,7 @@ std::optional<std::string> portOfPeer(const FRXValue* port) {
   std::uint16_t number = 0;
   const char* end = text->data() + text->size();
   const auto [stop, problem] = std::from_chars(text->data(), end, number);
-  return problem == std::errc() && stop == end ? std::optional(*text) : std::nullopt;
+  return problem == std::errc() && stop == end ? std::optional(std::to_string(number)) : std::nullopt;
 }
 
 std::optional<std::string> peerURL(std::string_view hostName, std::string_view port, std::string_view path) {

@@ -1,10 +1,16 @@
 #include "Classes/GraphQL/FRXGraphQLInterpreter.h"
 
+#include "Classes/GraphQL/CapabilitiesSchema.h"
+#include "Classes/GraphQL/FRXQueryType.h"
+#include "Platform/GraphQLEngine/GraphQLEngine.h"
+
 namespace ferrox {
 
-void FRXGraphQLInterpreter::query(const std::optional<std::string>&,
+FRXGraphQLInterpreter::FRXGraphQLInterpreter() : engine_(sharedCapabilitiesEngine()) {}
+
+void FRXGraphQLInterpreter::query(const std::optional<std::string>& text,
                                   const ResponseCallback& onResponse) const {
-  onResponse(R"({"errors":[{"message":"This instance has no schema to query."}]})");
+  engine_->executeQuery(text.value_or(std::string()), GQLQueryType(), onResponse);
 }
 
 }  // namespace ferrox

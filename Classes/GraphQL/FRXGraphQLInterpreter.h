@@ -1,21 +1,34 @@
-// Answers the GraphQL queries that peers send.
+// Answers the GraphQL queries that peers send about what this instance offers.
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "Classes/GraphQL/FRXCapabilitiesQuery.h"
+
 namespace ferrox {
 
-/// Knows no schema yet: every query is answered with an error document (GraphQL October 2021, section 7.1).
+class GraphQLEngine;
+
+/// Costs next to nothing: all of them share one engine, whose schema is read once in a process.
 /// Thread: any
 class FRXGraphQLInterpreter {
  public:
-  /// Takes the response document, a JSON text.
+  /// Takes the response document (GraphQL October 2021, section 7.1), a JSON text.
   using ResponseCallback = std::function<void(const std::string& response)>;
 
-  /// Calls `onResponse` once, possibly inside this call.
+  FRXGraphQLInterpreter();
+
+  /// Calls `onResponse` once, on the thread that the engine answers on: at present this one, inside this
+  /// call. An absent text is answered like an empty one, with an error document.
   void query(const std::optional<std::string>& text, const ResponseCallback& onResponse) const;
+
+  const std::shared_ptr<const GraphQLEngine>& engine() const { return engine_; }
+
+ private:
+  std::shared_ptr<const GraphQLEngine> engine_;
 };
 
 }  // namespace ferrox

@@ -61,8 +61,17 @@ std::optional<ResourceBundle> ResourceBundle::named(const std::string& name, con
 
 ResourceBundle::ResourceBundle(fs::path folder) : folder_(std::move(folder)) {}
 
+fs::path ResourceBundle::pathOf(const std::string& name, const std::string& type) const {
+  return folder_ / (name + "." + type);
+}
+
+bool ResourceBundle::has(const std::string& name, const std::string& type) const {
+  std::error_code error;
+  return fs::exists(pathOf(name, type), error);
+}
+
 std::optional<std::string> ResourceBundle::text(const std::string& name, const std::string& type) const {
-  const fs::path path = folder_ / (name + "." + type);
+  const fs::path path = pathOf(name, type);
   std::error_code error;
   if (!fs::is_regular_file(path, error)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);

@@ -23,11 +23,15 @@ class ResourceBundle {
   explicit ResourceBundle(std::filesystem::path folder);
   const std::filesystem::path& folder() const { return folder_; }
 
+  /// Whether there is anything under that name.
+  bool has(const std::string& name, const std::string& type) const;
   /// The text of the file "NAME.TYPE" of the bundle. Nothing when there is none, when it is no regular file,
   /// longer than 1 MiB or no UTF-8.
   std::optional<std::string> text(const std::string& name, const std::string& type) const;
 
  private:
+  std::filesystem::path pathOf(const std::string& name, const std::string& type) const;
+
   std::filesystem::path folder_;
 };
 

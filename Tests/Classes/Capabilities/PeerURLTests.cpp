@@ -64,6 +64,7 @@ TEST(PeerURL, PortsAreNumbersOrDigits) {
   EXPECT_EQ(port(65535), "65535");
   EXPECT_EQ(port(16654.0), "16654");
   EXPECT_EQ(port("8080"), "8080");
+  EXPECT_EQ(port("0008080"), "8080");
   EXPECT_EQ(portOfPeer(nullptr), "(null)");
   EXPECT_EQ(port(nullptr), "(null)");
 }

@@ -78,8 +78,10 @@ TEST_F(FRXWebsocketTests, AHeartbeatIsAnsweredWithOneOfItsOwn) {
   EXPECT_NE(nextAnswer().id(), answer.id()) << "exactly one answer each";
 }
 
-TEST_F(FRXWebsocketTests, AQueryIsAnsweredUnderItsId) {
-  send(R"({"type":2,"id":"X","subject":"capabilities request","message":"{ capabilities }"})");
+TEST_F(FRXWebsocketTests, AQueryIsAnsweredUnderItsIdWithWhatIsOffered) {
+  offerStream("cam A", "file:///tmp");
+  send(R"({"type":2,"id":"X","subject":"capabilities request","message":")" +
+       std::string(FRXCapabilitiesQuery) + "\"}");
   const auto answer = nextAnswer();
   EXPECT_EQ(answer.messageType(), FRXMessageType::FRXMessageTypeQuery);
   EXPECT_EQ(answer.id(), "X");
@@ -87,9 +89,33 @@ TEST_F(FRXWebsocketTests, AQueryIsAnsweredUnderItsId) {
   EXPECT_EQ(answer.from(), "OWN-MTI=/HOST");
   EXPECT_EQ(answer.port(), server_->port());
   EXPECT_EQ(answer.userInfo(), FRXDictionary{});
-  const auto document = parseJson(answer.message().value_or(""));
-  ASSERT_TRUE(document && document->member("errors"));
-  EXPECT_FALSE(document->member("errors")->asArray()->empty());
+  EXPECT_EQ(answer.message(),
+            R"({"data":{"capabilities":{"streaming":[{"name":"Stream","path":"/streams/cam%20A",)"
+            R"("contentType":"VIDEO_ANGLE","port":)" +
+                std::to_string(server_->port()) + R"(}],"projectsharing":null}}})");
+}
+
+TEST_F(FRXWebsocketTests, AQueryThatCannotBeAnsweredGetsItsErrorsUnderItsId) {
+  for (const char* members : {R"("message":"{ capabilities }")", R"("message":"garbage")", R"("message":"")",
+                              R"("message":7)", R"("subject":"no message")"}) {
+    send(R"({"type":2,"id":"X",)" + std::string(members) + "}");
+    const auto answer = nextAnswer();
+    EXPECT_EQ(answer.id(), "X");
+    const auto document = parseJson(answer.message().value_or(""));
+    ASSERT_TRUE(document && document->member("errors")) << members;
+    EXPECT_FALSE(document->member("errors")->asArray()->empty());
+  }
+}
+
+TEST_F(FRXWebsocketTests, QueriesAreAnsweredOneByOneInTheirOrder) {
+  for (int i = 0; i < 50; ++i) {
+    send(R"({"type":2,"id":")" + std::to_string(i) + R"(","message":"{ __typename }"})");
+  }
+  for (int i = 0; i < 50; ++i) {
+    const auto answer = nextAnswer();
+    EXPECT_EQ(answer.id(), std::to_string(i));
+    EXPECT_EQ(answer.message(), R"({"data":{"__typename":"Query"}})");
+  }
 }
 
 TEST_F(FRXWebsocketTests, AQueryWithoutIdIsDroppedAndLogged) {
