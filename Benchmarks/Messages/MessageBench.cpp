@@ -16,7 +16,7 @@
 #include <string>
 #include <utility>
 
-#include "Benchmarks/Messages/AllocationCount.h"
+#include "Benchmarks/Support/AllocationCount.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
 
 namespace {

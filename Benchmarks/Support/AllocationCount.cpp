@@ -1,4 +1,4 @@
-#include "Benchmarks/Messages/AllocationCount.h"
+#include "Benchmarks/Support/AllocationCount.h"
 
 #include <atomic>
 #include <cstddef>
