@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* requestSubject = "capabilities request";
 
-/// The answer's capabilities object, if it holds one.
-std::optional<FRXValue> capabilitiesFromAnswer(const std::string& json) {
+/// The GraphQL document in an answer, if there is one.
+std::optional<FRXValue> documentOfAnswer(const std::string& json) {
   FRXError error;
   const auto message = FRXWebsocketMessage::fromJson(json, &error);
   if (!message || !message->message()) {
@@ -26,15 +26,16 @@ std::optional<FRXValue> capabilitiesFromAnswer(const std::string& json) {
     FRX_LOG_WARN("Unable to create FRXWebsocketMessage from json: " + why);
     return std::nullopt;
   }
-  const auto document = FRXCapabilitiesListing::parseJSON(*message->message(), &error);
-  if (!document) {
-    FRX_LOG_WARN("Error parsing message json: " + error.localizedDescription);
-    return std::nullopt;
-  }
-  const FRXValue* data = document->member("data");
+  auto document = FRXCapabilitiesListing::parseJSON(*message->message(), &error);
+  if (!document) FRX_LOG_WARN("Error parsing message json: " + error.localizedDescription);
+  return document;
+}
+
+/// Null when the document holds none.
+const FRXValue* capabilitiesOf(const FRXValue& document) {
+  const FRXValue* data = document.member("data");
   const FRXValue* capabilities = data == nullptr ? nullptr : data->member("capabilities");
-  if (capabilities == nullptr || capabilities->asObject() == nullptr) return std::nullopt;
-  return *capabilities;
+  return capabilities == nullptr || capabilities->asObject() == nullptr ? nullptr : capabilities;
 }
 
 }  // namespace
@@ -89,7 +90,9 @@ void CapabilitiesInquiry::ask(std::size_t index) {
 void CapabilitiesInquiry::answered(std::size_t index, const std::string& json) {
   Peer& peer = peers_[index];
   if (peer.hasLeft) return;
-  if (const auto capabilities = capabilitiesFromAnswer(json)) take(*peer.service, *capabilities);
+  const auto document = documentOfAnswer(json);
+  const FRXValue* capabilities = document ? capabilitiesOf(*document) : nullptr;
+  if (capabilities != nullptr) take(*peer.service, *capabilities);
   leave(peer);
 }
 

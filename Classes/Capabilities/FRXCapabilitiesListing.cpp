@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Classes/Capabilities/CapabilitiesInquiry.h"
-#include "Classes/Capabilities/PeerURL.h"
+#include "Classes/Capabilities/PeerURLs.h"
 #include "Classes/Discovery/FRXBrowser.h"
 #include "Classes/WebSockets/FRXWebsocketConnectionManager.h"
 #include "Platform/Base/Json.h"
@@ -18,11 +18,11 @@ namespace {
 /// Collects what makes a URL, and what does not, for one line of log however long a hostile answer is.
 class AccessorCollector {
  public:
-  explicit AccessorCollector(const std::string& hostName) : hostName_(hostName) {}
+  explicit AccessorCollector(const std::string& hostName) : hostName_(hostName), urls_(hostName) {}
 
   void add(const std::string& name, const FRXValue* port, const std::string& path) {
     const auto portText = portOfPeer(port);
-    auto url = portText ? peerURL(hostName_, *portText, path) : std::nullopt;
+    auto url = portText ? urls_.url(*portText, path) : std::nullopt;
     if (url) {
       accessors_.emplace_back(name, std::move(*url));
     } else if (leftOut_++ == 0) {
@@ -41,6 +41,7 @@ class AccessorCollector {
 
  private:
   const std::string& hostName_;
+  const PeerURLs urls_;
   FRXCapabilitiesListing::Accessors accessors_;
   std::size_t leftOut_ = 0;
   std::string firstLeftOut_;

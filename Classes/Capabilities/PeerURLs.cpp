@@ -1,4 +1,4 @@
-#include "Classes/Capabilities/PeerURL.h"
+#include "Classes/Capabilities/PeerURLs.h"
 
 #include <algorithm>
 #include <charconv>
@@ -81,12 +81,19 @@ std::optional<std::string> portOfPeer(const FRXValue* port) {
   return problem == std::errc() && stop == end ? std::optional(std::to_string(number)) : std::nullopt;
 }
 
-std::optional<std::string> peerURL(std::string_view hostName, std::string_view port, std::string_view path) {
+PeerURLs::PeerURLs(std::string_view hostName) {
   const std::string host = hostOfURL(hostName);
-  if (host.empty() || !isPathAndQuery(path)) return std::nullopt;
-  std::string url = "http://" + host;
-  url.append(":").append(port).append(path);
-  return url.size() <= longestURL ? std::optional(std::move(url)) : std::nullopt;
+  if (!host.empty()) beginning_ = "http://" + host + ":";
+}
+
+std::optional<std::string> PeerURLs::url(std::string_view port, std::string_view path) const {
+  if (beginning_.empty() || !isPathAndQuery(path)) return std::nullopt;
+  const std::size_t size = beginning_.size() + port.size() + path.size();
+  if (size > longestURL) return std::nullopt;
+  std::string url;
+  url.reserve(size);
+  url.append(beginning_).append(port).append(path);
+  return url;
 }
 
 }  // namespace ferrox

@@ -2,30 +2,34 @@
 
 #include <limits>
 
-#include "Classes/Capabilities/PeerURL.h"
+#include "Classes/Capabilities/PeerURLs.h"
 #include "Platform/HTTP/Client/HTTPClientTarget.h"
 
 namespace ferrox {
 namespace {
 
-TEST(PeerURL, HoldsHostPortAndPathAsTheyAre) {
-  EXPECT_EQ(peerURL("MAC.LOCAL.", "16654", "/streams/cam%20A"), "http://MAC.LOCAL.:16654/streams/cam%20A");
-  EXPECT_EQ(peerURL("10.0.0.7", "1", "/projects/P1"), "http://10.0.0.7:1/projects/P1");
-  EXPECT_EQ(peerURL("HOST", "(null)", "/projects/P1"), "http://HOST:(null)/projects/P1");
-  EXPECT_EQ(peerURL("HOST", "80", ""), "http://HOST:80");
-  EXPECT_EQ(peerURL("HOST", "80", "/a?b=c&d"), "http://HOST:80/a?b=c&d");
+std::optional<std::string> urlAt(std::string_view hostName, std::string_view port, std::string_view path) {
+  return PeerURLs(hostName).url(port, path);
 }
 
-TEST(PeerURL, AnIPv6AddressGetsBracketsAndItsZoneIsEscaped) {
-  EXPECT_EQ(peerURL("FE80::1", "1", "/a"), "http://[FE80::1]:1/a");
-  EXPECT_EQ(peerURL("[FE80::1]", "1", "/a"), "http://[FE80::1]:1/a");
-  EXPECT_EQ(peerURL("FE80::1%ETH0", "1", "/a"), "http://[FE80::1%25ETH0]:1/a");
-  EXPECT_EQ(peerURL("[FE80::1%25ETH0]", "1", "/a"), "http://[FE80::1%25ETH0]:1/a");
+TEST(PeerURLs, HoldsHostPortAndPathAsTheyAre) {
+  EXPECT_EQ(urlAt("MAC.LOCAL.", "16654", "/streams/cam%20A"), "http://MAC.LOCAL.:16654/streams/cam%20A");
+  EXPECT_EQ(urlAt("10.0.0.7", "1", "/projects/P1"), "http://10.0.0.7:1/projects/P1");
+  EXPECT_EQ(urlAt("HOST", "(null)", "/projects/P1"), "http://HOST:(null)/projects/P1");
+  EXPECT_EQ(urlAt("HOST", "80", ""), "http://HOST:80");
+  EXPECT_EQ(urlAt("HOST", "80", "/a?b=c&d"), "http://HOST:80/a?b=c&d");
 }
 
-TEST(PeerURL, CanBeRequestedByTheHTTPClient) {
+TEST(PeerURLs, AnIPv6AddressGetsBracketsAndItsZoneIsEscaped) {
+  EXPECT_EQ(urlAt("FE80::1", "1", "/a"), "http://[FE80::1]:1/a");
+  EXPECT_EQ(urlAt("[FE80::1]", "1", "/a"), "http://[FE80::1]:1/a");
+  EXPECT_EQ(urlAt("FE80::1%ETH0", "1", "/a"), "http://[FE80::1%25ETH0]:1/a");
+  EXPECT_EQ(urlAt("[FE80::1%25ETH0]", "1", "/a"), "http://[FE80::1%25ETH0]:1/a");
+}
+
+TEST(PeerURLs, CanBeRequestedByTheHTTPClient) {
   const auto host = [](const std::string& hostName) -> std::string {
-    const auto url = peerURL(hostName, "16654", "/streams/cam");
+    const auto url = urlAt(hostName, "16654", "/streams/cam");
     if (!url) return "no URL";
     FRXError error;
     const auto target = targetOfURL(*url, &error);
@@ -38,26 +42,26 @@ TEST(PeerURL, CanBeRequestedByTheHTTPClient) {
   EXPECT_EQ(host("FE80::1%LO"), "FE80::1%LO");
 }
 
-TEST(PeerURL, WhatMakesNoURLIsRefused) {
+TEST(PeerURLs, WhatMakesNoURLIsRefused) {
   for (const char* path : {"a",     "@evil/", ":1/",  "/a b",  "/a\tb", "/a\nb", "/a\x7F", "/\xC3\xA9",
                            "/\xFF", "/a\"",   "/<a>", "/a\\b", "/a^",   "/`",    "/{a}",   "/a|b",
                            "/[a]",  "/%",     "/%4",  "/%zz",  "/%4g",  "/a#b",  "?q"}) {
-    EXPECT_EQ(peerURL("HOST", "1", path), std::nullopt) << path;
+    EXPECT_EQ(urlAt("HOST", "1", path), std::nullopt) << path;
   }
-  EXPECT_EQ(peerURL("HOST", "1", std::string("/a\0b", 4)), std::nullopt);
-  EXPECT_EQ(peerURL("HOST", "1", "/" + std::string(8192, 'a')), std::nullopt);
+  EXPECT_EQ(urlAt("HOST", "1", std::string("/a\0b", 4)), std::nullopt);
+  EXPECT_EQ(urlAt("HOST", "1", "/" + std::string(8192, 'a')), std::nullopt);
 }
 
-TEST(PeerURL, AHostThatWouldLeadElsewhereIsRefused) {
+TEST(PeerURLs, AHostThatWouldLeadElsewhereIsRefused) {
   for (const char* host :
        {"",         ".",        " ",           "a b",          "evil/", "me@evil", "a:b",
         "a#",       "a?",       "a%20",        "[10.0.0.7]",   "[MAC]", "[]",      "[FE80::1",
         "FE80::1]", "FE80::1%", "FE80::1%a/b", "[FE80::1%25]", "a\nb",  "\xFF"}) {
-    EXPECT_EQ(peerURL(host, "1", "/a"), std::nullopt) << host;
+    EXPECT_EQ(urlAt(host, "1", "/a"), std::nullopt) << host;
   }
 }
 
-TEST(PeerURL, PortsAreNumbersOrDigits) {
+TEST(PeerURLs, PortsAreNumbersOrDigits) {
   const auto port = [](const FRXValue& value) { return portOfPeer(&value); };
   EXPECT_EQ(port(16654), "16654");
   EXPECT_EQ(port(0), "0");
@@ -69,7 +73,7 @@ TEST(PeerURL, PortsAreNumbersOrDigits) {
   EXPECT_EQ(port(nullptr), "(null)");
 }
 
-TEST(PeerURL, OtherValuesAreNoPorts) {
+TEST(PeerURLs, OtherValuesAreNoPorts) {
   for (const FRXValue& value :
        {FRXValue(-1), FRXValue(65536), FRXValue(std::numeric_limits<std::int64_t>::max()), FRXValue(16654.5),
         FRXValue(1e300), FRXValue(true), FRXValue(""), FRXValue("70000"), FRXValue("1a"), FRXValue(" 1"),
