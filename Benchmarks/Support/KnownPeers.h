@@ -23,6 +23,9 @@ class KnownPeers {
   /// Connects to all and calls `whenAll` once every connection is open.
   void connect(std::function<void()> whenAll);
 
+  const std::vector<std::shared_ptr<FRXNetService>>& services() const { return peers_; }
+  const std::shared_ptr<FRXWebsocketConnectionManager>& manager() const { return manager_; }
+
  private:
   void peerConnected();
 
