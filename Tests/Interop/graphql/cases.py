@@ -514,7 +514,7 @@ SYNTAX = [
     "{ a(b: true, c: false, d: null, e: nul, f: True, g: on, h: fragment) }",
 ]
 
-# Over capabilities.graphql.
+# Over the schema of capabilities.
 CAPABILITIES = [
     "{ capabilities { streaming { name path contentType port } projectsharing { name id port } } }",
     "{ capabilities { streaming { name } } }",
@@ -525,9 +525,9 @@ CAPABILITIES = [
     "{ capabilities }", "{ capabilities { streaming } }", "{ capabilities { streaming { id } } }", "{ streaming { name } }",
     "{ capabilities { projectsharing { path } } }", "{ capabilities(a: 1) { streaming { name(b: 2) } } }",
     "query ($a: Boolean!) { capabilities { streaming @include(if: $a) { name } projectsharing @skip(if: $a) { name } } }",
-    "query ($a: StreamContentType) { capabilities { streaming { name } } }",
+    "query ($a: ContentType) { capabilities { streaming { name } } }",
     "query ($a: Float) { __typename @skip(if: $a) }", "query ($a: ID = 5) { __typename @skip(if: $a) }",
-    '{ __type(name: "StreamContentType") { kind name enumValues { name } } }',
+    '{ __type(name: "ContentType") { kind name enumValues { name } } }',
     '{ __type(name: "Float") { name } a: __type(name: "ID") { name } b: __type(name: "Int") { name } c: __type(name: "Boolean") { name } d: __type(name: "__Type") { name } }',
     "mutation { addStream }", "subscription { capabilities { streaming { name } } }",
     "{ capabilities { streaming { contentType { name } } } }",

@@ -16,7 +16,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PROBE = os.environ["GRAPHQL_PROBE"]
 REFERENCE = ("env", "NODE_PATH=/usr/share/nodejs", "node", os.path.join(HERE, "reference.js"))
 SCHEMAS = {"library": os.path.join(HERE, "library.graphql"),
-           "capabilities": os.environ.get("CAPABILITIES_SCHEMA") or os.path.join(HERE, "capabilities.graphql")}
+           "capabilities": os.path.join(HERE, "../../../Resources/GraphQL.bundle/Schema.graphql")}
 INTROSPECTION = {"descriptions": True, "specifiedByUrl": True, "directiveIsRepeatable": True,
                  "schemaDescription": True, "inputValueDeprecation": True}
 SEED = 20210
