@@ -40,12 +40,10 @@ class Executor {
                         const PathStep* path) {
     if (selection.failure) return fail(*selection.failure, {}, path);
     json_ += '{';
-    bool isFirst = true;
+    const char* opening = "\"";
     for (const PlannedField& field : selection.fields) {
-      if (!isFirst) json_ += ',';
-      isFirst = false;
-      appendJsonString(json_, field.responseKey);
-      json_ += ':';
+      // A name needs no escapes.
+      json_.append(std::exchange(opening, ",\"")).append(field.responseKey).append("\":");
       const PathStep step{path, field.responseKey, 0};
       if (!executeField(field, object, step)) return false;
     }
