@@ -21,7 +21,7 @@ CapabilityParts completed(CapabilityParts parts) {
 }  // namespace
 
 std::shared_ptr<CapabilityBroadcast> CapabilityBroadcast::make(Content content, CapabilityParts parts) {
-  const std::shared_ptr<CapabilityBroadcast> made(
+  std::shared_ptr<CapabilityBroadcast> made(
       new CapabilityBroadcast(std::move(content), completed(std::move(parts))));
   made->listen();
   return made;

@@ -70,7 +70,7 @@ FRXCapabilitiesListingParts FRXCapabilitiesListingParts::usual() {
       .currentServices = [] { return FRXBrowser::sharedInstance()->currentServices(); },
       .broadcastMessage =
           [](const FRXWebsocketMessage& message, const std::string& toService, ResponseCallback onResponse,
-             ErrorCallback onError) {
+             const ErrorCallback& onError) {
             FRXWebsocketConnectionManager::sharedManager()->broadcastMessage(message, toService,
                                                                              std::move(onResponse), onError);
           },

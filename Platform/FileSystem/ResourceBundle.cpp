@@ -51,9 +51,10 @@ std::vector<fs::path> ResourceBundle::searchFolders() {
 }
 
 std::optional<ResourceBundle> ResourceBundle::named(const std::string& name, const std::string& extension) {
+  const std::string folderName = name + "." + extension;
   for (const fs::path& parent : searchFolders()) {
     std::error_code error;
-    fs::path folder = parent / (name + "." + extension);
+    fs::path folder = parent / folderName;
     if (fs::is_directory(folder, error)) return ResourceBundle(std::move(folder));
   }
   return std::nullopt;

@@ -422,7 +422,7 @@ TEST_F(FRXCapabilitiesListingTests, WhatMakesNoURLIsLeftOutAndLoggedOnceEscaped)
 
 TEST_F(FRXCapabilitiesListingTests, AHugeAnswerIsReadInProportionToItsSize) {
   std::string elements = "[";
-  for (int i = 0; i < 50'000; ++i)
+  for (std::size_t i = 0; i < 50'000; ++i)
     elements += R"({"name":"x","path":")" + std::string(i % 2, ' ') + R"(/a","port":1},)";
   elements.back() = ']';
   EXPECT_EQ(streamsOf(elements).size(), 25'000U);
