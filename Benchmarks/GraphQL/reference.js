@@ -1,29 +1,15 @@
 // The same query over the same objects, answered by the reference implementation.
-//   node reference.js SCHEMA-FILE QUERY graphql|graphqlSync SECONDS    prints what was done, as JSON
-//   node reference.js SCHEMA-FILE QUERY graphql                        prints the response
+//   node reference.js SCHEMA-FILE DATA-FILE QUERY answer                        prints the answer
+//   node reference.js SCHEMA-FILE DATA-FILE QUERY graphql|graphqlSync SECONDS   prints what was done, as JSON
+//   node reference.js SCHEMA-FILE DATA-FILE QUERY serve                         prints its port; answers messages on
+//                                                                               WebSockets until its input ends
 'use strict';
 const fs = require('fs');
 const { buildSchema, graphql, graphqlSync } = require('graphql');
 
-const [schemaFile, source, way, seconds] = process.argv.slice(2);
+const [schemaFile, dataFile, source, way, seconds] = process.argv.slice(2);
 const schema = buildSchema(fs.readFileSync(schemaFile, 'utf8'));
-const port = 16654;
-const numbered = (count, make) => Array.from({ length: count }, (_, index) => make(index));
-const rootValue = {
-  capabilities: {
-    streaming: numbered(10, (i) => ({
-      name: `Camera ${i}`,
-      path: `/streams/camera-${i}/index.m3u8`,
-      contentType: i % 2 === 0 ? 'VIDEO_ANGLE' : 'MOMENTS_DATA',
-      port,
-    })),
-    projectsharing: numbered(100, (i) => ({
-      name: `Project ${i}`,
-      id: `8C0B6C9E-57B4-4E1B-9B3C-${100000 + i}`,
-      port,
-    })),
-  },
-};
+const rootValue = JSON.parse(fs.readFileSync(dataFile, 'utf8'));
 
 async function answersIn(milliseconds) {
   let answers = 0;
@@ -38,15 +24,33 @@ async function answersIn(milliseconds) {
   return answers;
 }
 
-async function main() {
-  if (seconds === undefined) {
-    console.log(JSON.stringify(await graphql({ schema, source, rootValue })));
-    return;
-  }
+async function measure() {
   await answersIn(Math.max(2000, seconds * 250)); // until its compiler has come to rest
   const began = performance.now();
   const answers = await answersIn(seconds * 1000);
   console.log(JSON.stringify({ answers, seconds: (performance.now() - began) / 1000 }));
 }
 
-main();
+function serve() {
+  const { WebSocketServer } = require('ws');
+  const server = new WebSocketServer({ host: '127.0.0.1', port: 0, perMessageDeflate: false });
+  server.on('connection', (socket) => {
+    socket.on('error', () => {});
+    socket.on('message', async (text) => {
+      const { id, type, subject, message } = JSON.parse(text);
+      const answer = JSON.stringify(await graphql({ schema, source: message, rootValue }));
+      const reply = { id, type, subject, message: answer, userInfo: {}, timestamp: Date.now(), from: '', port: 0 };
+      socket.send(JSON.stringify(reply));
+    });
+  });
+  server.on('listening', () => console.log(server.address().port));
+  process.stdin.on('end', () => process.exit(0)).resume();
+}
+
+if (way === 'serve') {
+  serve();
+} else if (way === 'answer') {
+  console.log(JSON.stringify(graphqlSync({ schema, source, rootValue })));
+} else {
+  measure();
+}
