@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -355,16 +354,15 @@ TEST(Schema, DirectivesThatAreDefinedByThemselvesAreRefused) {
        {rest + "directive @a(x: I)" + places + "input I @a { x: Int }", "\"a\" is defined by itself"}});
 }
 
-TEST(Schema, LongChainsOfInputObjectsAreCheckedAtOnce) {
+TEST(Schema, LongChainsOfInputObjectsNeedNeitherStackNorPatience) {
+  // Twice as many ways with every link, were they all walked.
   std::string chain = "type Query { a: Int } ";
   constexpr int length = 10'000;
   for (int i = 0; i < length; ++i) {
     const auto name = [](int number) { return "I" + std::to_string(number % length); };
     chain += "input " + name(i) + " { a: " + name(i + 1) + "! b: " + name(i + 1) + "! } ";
   }
-  const auto began = std::chrono::steady_clock::now();
   EXPECT_NE(refusal(chain).message.find("would need another"), std::string::npos);
-  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
 }
 
 TEST(Schema, TextsBeyondTheLimitAreRefused) {
