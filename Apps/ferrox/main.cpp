@@ -19,7 +19,7 @@ using Declared = std::pair<std::unique_ptr<Subcommand>, CLI::App*>;
 
 std::vector<Declared> declareAll(CLI::App& app) {
   std::vector<Declared> all;
-  for (const auto make : {makeRunCommand, makePeersCommand, makePostCommand, makeWatchCommand,
+  for (const auto make : {makeRunCommand, makePeersCommand, makeListCommand, makePostCommand, makeWatchCommand,
                           makeSearchCommand, makeCheckCommand, makeDoctorCommand, makeDemoCommand}) {
     auto subcommand = make();
     CLI::App* declared = subcommand->declare(app);

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -10,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Apps/ferrox/Commands/Gathering.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
@@ -19,14 +19,10 @@
 #include "Platform/Base/Json.h"
 #include "Platform/Host/Text.h"
 #include "Platform/RunLoop/RunLoop.h"
-#include "Platform/RunLoop/Timer.h"
 
 namespace ferrox::command {
 namespace {
 
-/// The second question of a discovery goes out a second after the first: who has not been heard of by then
-/// lost both, or is not there.
-constexpr std::chrono::milliseconds settlingTime{1500};
 constexpr std::chrono::seconds closingTime{10};
 
 using Recipients = std::vector<std::shared_ptr<FRXNetService>>;
@@ -39,13 +35,12 @@ class PostCommand final : public Subcommand, public NodeListener {
     applyNodeOptions(setup_.options);
     RunLoop& loop = RunLoop::main();
     node_ = Node::make(setup_, *this);
+    gathering_ = std::make_unique<Gathering>(std::chrono::duration<double>(wait_), [this] { postNow(); });
     const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP}, [this](int) {
       interrupted_ = true;
       finish();
     });
-    const auto wait = std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(wait_));
-    const auto deadline = Timer::scheduleOnce(loop, wait, [this] { postNow(); });
-    settleAnew();
+    gathering_->begin(*node_);
     node_->start();
     loop.run();
     node_->stop();
@@ -58,15 +53,12 @@ class PostCommand final : public Subcommand, public NodeListener {
     failure_ = reason;
     RunLoop::main().stop();
   }
-  void localServiceStarted(const std::string&) override {
-    visible_ = true;
-    postIfEverybodyIsThere();
-  }
-  void peerDiscovered(const Peer&) override { settleAnew(); }
-  void peerRemoved(const Peer&) override { settleAnew(); }
-  void peerChangedState(const Peer&) override { settleAnew(); }
+  void localServiceStarted(const std::string&) override { gathering_->becameVisible(); }
+  void peerDiscovered(const Peer&) override { gathering_->peersChanged(); }
+  void peerRemoved(const Peer&) override { gathering_->peersChanged(); }
+  void peerChangedState(const Peer&) override { gathering_->peersChanged(); }
   void connectionChanged(const ConnectionEvent& event) override {
-    settleAnew();
+    gathering_->peersChanged();
     // Once it was posted, connections end because this side closes them. A clean end is the peer's word that
     // it has read all that came before.
     const auto clean = event.userInfo.find("wasClean");
@@ -77,31 +69,7 @@ class PostCommand final : public Subcommand, public NodeListener {
   }
 
  private:
-  void settleAnew() {
-    if (posted_) return;
-    settled_ = false;
-    settling_ = Timer::scheduleOnce(RunLoop::main(), settlingTime, [this] {
-      settled_ = true;
-      postIfEverybodyIsThere();
-    });
-  }
-
-  void postIfEverybodyIsThere() {
-    if (settled_ && isVisible() && everybodyIsConnected()) postNow();
-  }
-
-  // Whoever has seen no announcement of this node would not hear its goodbye either, and list it for long.
-  bool isVisible() const { return visible_ || setup_.options.discovery == DNSSDConfiguration::BackEnd::Off; }
-
-  bool everybodyIsConnected() const {
-    const std::vector<Peer> peers = node_->peers();
-    return !peers.empty() && !node_->isSearching() &&
-           std::all_of(peers.begin(), peers.end(),
-                       [](const Peer& peer) { return peer.connectedSince.has_value(); });
-  }
-
   void postNow() {
-    if (std::exchange(posted_, true)) return;
     found_ = node_->peers().size();
     confirmed_.clear();
     recipients_ = node_->messaging().post(post_);
@@ -109,8 +77,7 @@ class PostCommand final : public Subcommand, public NodeListener {
   }
 
   void finish() {
-    posted_ = true;
-    settling_.reset();
+    gathering_->cancel();
     node_->finish(closingTime, [] { RunLoop::main().stop(); });
   }
 
@@ -122,10 +89,7 @@ class PostCommand final : public Subcommand, public NodeListener {
   Post post_;
   double wait_ = 3.0;
   std::shared_ptr<Node> node_;
-  std::unique_ptr<Timer> settling_;
-  bool settled_ = false;
-  bool visible_ = false;
-  bool posted_ = false;
+  std::unique_ptr<Gathering> gathering_;
   bool interrupted_ = false;
   std::optional<std::string> failure_;
   std::size_t found_ = 0;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "Apps/ferrox/Node/Observation.h"
 
 namespace ferrox::command {
@@ -38,6 +40,15 @@ bool CommandMembers::optionalFlag(std::string_view key) {
   if (const bool* flag = value->asBool()) return *flag;
   refuse(key, "must be true or false");
   return false;
+}
+
+std::uint16_t CommandMembers::optionalPort(std::string_view key) {
+  const FRXValue* value = optional(key);
+  if (value == nullptr) return 0;
+  const std::int64_t* number = value->asInteger();
+  if (number != nullptr && std::in_range<std::uint16_t>(*number)) return static_cast<std::uint16_t>(*number);
+  refuse(key, "must be a port number, 0 to 65535");
+  return 0;
 }
 
 const FRXValue* CommandMembers::optional(std::string_view key) const {

@@ -1,6 +1,7 @@
 // One command as read from stdin, and its members, each checked when it is asked for.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,13 +30,16 @@ class CommandMembers {
   FRXDictionary optionalObject(std::string_view key);
   /// False when there is none.
   bool optionalFlag(std::string_view key);
+  /// 0 when there is none.
+  std::uint16_t optionalPort(std::string_view key);
+  /// What no member tells by itself is wrong with this one.
+  void refuse(std::string_view key, std::string_view expectation);
 
   /// What is wrong with the first bad member; empty while all were good.
   const std::string& problem() const { return problem_; }
 
  private:
   const FRXValue* optional(std::string_view key) const;
-  void refuse(std::string_view key, std::string_view expectation);
 
   const FRXValue& members_;
   std::string problem_;

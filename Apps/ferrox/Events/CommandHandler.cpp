@@ -7,6 +7,7 @@
 
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Events/LineSplitter.h"
+#include "Classes/Capabilities/FRXStream.h"
 #include "Classes/Discovery/FRXNetService.h"
 #include "Platform/Base/Json.h"
 
@@ -22,6 +23,18 @@ Post postOf(CommandMembers& members) {
   Observation observation = observationOf(members);
   return {std::move(observation.name), std::move(observation.filter), members.optionalObject("userInfo"),
           false};
+}
+
+/// Empty when a member is refused.
+std::optional<Offer> offerOf(CommandMembers& members) {
+  const std::string id = members.name("id");
+  const std::string name = members.name("name");
+  const std::string path = members.name("path");
+  if (!members.problem().empty()) return std::nullopt;
+  std::string problem;
+  auto offer = Offer::fromParts(id, name, path, problem);
+  if (!offer) members.refuse("id, name, path", "cannot be offered: " + problem);
+  return offer;
 }
 
 }  // namespace
@@ -54,11 +67,16 @@ void CommandHandler::reportTooLong() {
 
 void CommandHandler::dispatch(const Command& command) {
   using Handler = void (CommandHandler::*)(const Command&);
-  static constexpr std::array<std::pair<std::string_view, Handler>, 8> handlers{{
+  static constexpr std::array<std::pair<std::string_view, Handler>, 13> handlers{{
       {"post", &CommandHandler::post},
       {"postLocal", &CommandHandler::postLocal},
       {"observe", &CommandHandler::observe},
       {"unobserve", &CommandHandler::unobserve},
+      {"addStream", &CommandHandler::addStream},
+      {"removeStream", &CommandHandler::removeStream},
+      {"addProject", &CommandHandler::addProject},
+      {"removeProject", &CommandHandler::removeProject},
+      {"list", &CommandHandler::list},
       {"peers", &CommandHandler::peers},
       {"search", &CommandHandler::search},
       {"status", &CommandHandler::status},
@@ -68,10 +86,10 @@ void CommandHandler::dispatch(const Command& command) {
     if (command.name == name) return (this->*handler)(command);
   }
   if (command.name != "quit") {
-    return fail(
-        command,
-        "unknown command; known are post, postLocal, observe, unobserve, peers, search, status, rename, "
-        "quit");
+    return fail(command,
+                "unknown command; known are post, postLocal, observe, unobserve, addStream, removeStream, "
+                "addProject, "
+                "removeProject, list, peers, search, status, rename, quit");
   }
   succeed(command, {});
   quit_();
@@ -136,6 +154,66 @@ void CommandHandler::unobserve(const Command& command) {
   if (!node_.messaging().unobserve(observation))
     return fail(command, "this name is not observed with this filter");
   succeed(command, {});
+}
+
+void CommandHandler::addStream(const Command& command) {
+  CommandMembers members(command);
+  StreamOffer stream;
+  const auto offer = offerOf(members);
+  stream.contentType = members.name("contentType");
+  if (stream.contentType != FRXContentTypeVideoAngle && stream.contentType != FRXContentTypeMomentsData) {
+    members.refuse("contentType", "must be \"video-angle\" or \"moments-data\"");
+  }
+  stream.servedPath = members.optionalName("servedPath");
+  stream.port = members.optionalPort("port");
+  const bool broadcast = members.optionalFlag("broadcast");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  stream.offer = *offer;
+  std::string problem;
+  const auto key = node_.offers()->addStream(stream, broadcast, problem);
+  if (!key) return fail(command, problem);
+  succeed(command, {{"servedPath", *key}});
+}
+
+void CommandHandler::addProject(const Command& command) {
+  CommandMembers members(command);
+  const auto offer = offerOf(members);
+  const std::uint16_t port = members.optionalPort("port");
+  const bool broadcast = members.optionalFlag("broadcast");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  std::string problem;
+  if (!node_.offers()->addProject({*offer, port}, broadcast, problem)) return fail(command, problem);
+  succeed(command, {});
+}
+
+void CommandHandler::removeStream(const Command& command) {
+  CommandMembers members(command);
+  const std::string key = members.name("servedPath");
+  const bool broadcast = members.optionalFlag("broadcast");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  answerRemoval(command, node_.offers()->removeStream(key, broadcast), "no stream is served there");
+}
+
+void CommandHandler::removeProject(const Command& command) {
+  CommandMembers members(command);
+  const std::string id = members.name("id");
+  const bool broadcast = members.optionalFlag("broadcast");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  answerRemoval(command, node_.offers()->removeProject(id, broadcast), "no project has that id");
+}
+
+void CommandHandler::answerRemoval(const Command& command, bool removed, std::string_view otherwise) {
+  if (!removed) return fail(command, otherwise);
+  succeed(command, {});
+}
+
+void CommandHandler::list(const Command& command) {
+  node_.list(FRXCapabilitiesListing::defaultResponseTimeout,
+             [this, command](const FRXCapabilitiesListing::Result& result) {
+               FRXValue described = describe(result);
+               writer_.write("capabilities", {{"result", described}});
+               succeed(command, {{"result", std::move(described)}});
+             });
 }
 
 void CommandHandler::succeed(const Command& command, FRXDictionary members) {

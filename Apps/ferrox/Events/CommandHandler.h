@@ -32,6 +32,12 @@ class CommandHandler {
   void postLocal(const Command& command);
   void observe(const Command& command);
   void unobserve(const Command& command);
+  void addStream(const Command& command);
+  void removeStream(const Command& command);
+  void addProject(const Command& command);
+  void removeProject(const Command& command);
+  void list(const Command& command);
+  void answerRemoval(const Command& command, bool removed, std::string_view otherwise);
   void succeed(const Command& command, FRXDictionary members);
   void fail(const Command& command, std::string_view reason);
 

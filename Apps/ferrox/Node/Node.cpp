@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Classes/Capabilities/FRXProjectSharingCapability.h"
-#include "Classes/Capabilities/FRXStreamingCapability.h"
 #include "Classes/Discovery/FRXAddressSearch.h"
 #include "Classes/Discovery/FRXBrowser.h"
 #include "Classes/Discovery/FRXNetService.h"
@@ -35,10 +33,13 @@ Node::Node(NodeSetup setup, NodeListener& listener)
     : setup_(std::move(setup)),
       listener_(listener),
       services_(PlatformServices::shared()),
-      messaging_(NodeMessaging::make(listener,
-                                     [this](ConnectionEvent::Change change, const FRXDictionary& userInfo) {
-                                       connectionChanged(change, userInfo);
-                                     })) {}
+      messaging_(NodeMessaging::make(
+          listener, {[this](ConnectionEvent::Change change, const FRXDictionary& userInfo) {
+                       connectionChanged(change, userInfo);
+                     },
+                     [this](const FRXNotification& notification, const FRXNetService& sender) {
+                       offersTold(notification, sender);
+                     }})) {}
 
 Node::~Node() = default;
 
@@ -93,7 +94,8 @@ void Node::startServer(const std::string& serviceName) {
     return listener_.nodeFailed(error.localizedDescription);
   }
   // Offers take the server's port, which is known only now.
-  addOffers();
+  offers_.emplace(*server_);
+  offers_->addAll(setup_.offers);
   server_->startHeartbeatTimer();
   listener_.nodeStarted({server_->frxServerId(), server_->port(), HostIdentity::current()->computerName(),
                          FRXUtilities::currentDeviceUUID().value_or(""),
@@ -102,32 +104,6 @@ void Node::startServer(const std::string& serviceName) {
   std::string problem;
   if (!setStatus(setup_.status.value_or(""), problem)) listener_.nodeFailed(problem);
   startBrowsing();
-}
-
-void Node::addOffers() {
-  const auto projects = std::make_shared<FRXProjectSharingCapability>();
-  const auto streams = std::make_shared<FRXStreamingCapability>();
-  server_->addCapability(projects);
-  server_->addCapability(streams);
-  for (const Offer& offer : setup_.offers.projects) {
-    const auto project = std::make_shared<FRXProject>();
-    project->setId(offer.id);
-    project->setName(offer.name);
-    project->setFileSystemPath(offer.fileURL());
-    if (!projects->addProject(project)) FRX_LOG_ERROR("Cannot share the project " + offer.id);
-  }
-  const auto add = [&streams](const std::vector<Offer>& offers, std::string_view contentType) {
-    for (const Offer& offer : offers) {
-      const auto stream = std::make_shared<FRXStream>();
-      stream->setId(offer.id);
-      stream->setName(offer.name);
-      stream->setContentType(std::string(contentType));
-      stream->setFileSystemPath(offer.fileURL());
-      if (!streams->addStream(stream)) FRX_LOG_ERROR("Cannot offer the stream " + offer.id);
-    }
-  };
-  add(setup_.offers.streams, FRXContentTypeVideoAngle);
-  add(setup_.offers.moments, FRXContentTypeMomentsData);
 }
 
 void Node::startBrowsing() {
@@ -167,6 +143,10 @@ std::vector<Peer> Node::peers() const {
       peer.connectedSince.reset();
   }
   return peers;
+}
+
+bool Node::isAnnounced() const {
+  return setup_.publishes && setup_.options.discovery != DNSSDConfiguration::BackEnd::Off;
 }
 
 bool Node::isSearching() const {
@@ -281,6 +261,25 @@ void Node::connectionChanged(ConnectionEvent::Change change, const FRXDictionary
     event.peer = peers_.find(*serviceId);
   }
   listener_.connectionChanged(event);
+}
+
+// Peers tell of changes; what they had before is asked for.
+void Node::offersTold(const FRXNotification& notification, const FRXNetService& sender) {
+  const auto counts = countsInBroadcast(notification);
+  if (!counts) return;
+  peers_.setOffers(sender, counts->streams, counts->projects);
+  listener_.peersChanged();
+}
+
+void Node::list(std::chrono::milliseconds patience,
+                std::function<void(const FRXCapabilitiesListing::Result&)> completion) {
+  FRXCapabilitiesListing listing;
+  listing.setResponseTimeout(patience);
+  listing.listCapabilities([weak = weak_from_this(), completion = std::move(completion)](
+                               const FRXCapabilitiesListing::Result& result) {
+    const auto self = weak.lock();
+    if (self && self->running_) completion(result);
+  });
 }
 
 void Node::askForOffers(const std::shared_ptr<FRXNetService>& service) {

@@ -10,8 +10,10 @@
 
 #include "Apps/ferrox/Node/NodeListener.h"
 #include "Apps/ferrox/Node/NodeMessaging.h"
+#include "Apps/ferrox/Node/NodeOffers.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
 #include "Apps/ferrox/Node/Offers.h"
+#include "Apps/ferrox/Node/PeerOffers.h"
 #include "Apps/ferrox/Node/PeerTable.h"
 #include "Apps/ferrox/Node/ServiceFetch.h"
 #include "Classes/Discovery/FRXBrowserDelegate.h"
@@ -64,10 +66,18 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   [[nodiscard]] bool setStatus(const std::string& text, std::string& problem);
   /// Publishes again under a newly made service name, which `completion` gets on the main thread.
   void rename(std::function<void(std::string)> completion);
+  /// Whether others are told of this node by discovery.
+  bool isAnnounced() const;
   /// Whether a peer that was named by address has still to be found.
   bool isSearching() const;
   /// Posts and observations. A node that does not publish has nobody to talk to.
   NodeMessaging& messaging() { return *messaging_; }
+  /// Streams and projects, once the node has started; one that does not publish has none.
+  NodeOffers* offers() { return offers_ ? &*offers_ : nullptr; }
+  /// Asks every peer what it offers; those that do not answer within `patience` are left out. `completion` is
+  /// called on the main thread.
+  void list(std::chrono::milliseconds patience,
+            std::function<void(const FRXCapabilitiesListing::Result&)> completion);
 
   void localFRXServiceStarted(const std::string& sessionId) override;
   void localFRXServiceEnded(const std::string& sessionId) override;
@@ -82,11 +92,11 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   void startServer(const std::string& serviceName);
   void startBrowsing();
   void stopBrowsing();
-  void addOffers();
   void repeatStatus();
   void peerDiscovered(const std::shared_ptr<FRXNetService>& service);
   void peerChangedState(const std::shared_ptr<FRXNetService>& service, PeerState state);
   void connectionChanged(ConnectionEvent::Change change, const FRXDictionary& userInfo);
+  void offersTold(const FRXNotification& notification, const FRXNetService& sender);
   void askForOffers(const std::shared_ptr<FRXNetService>& service);
   void askAllForOffers();
 
@@ -100,6 +110,7 @@ class Node final : public FRXBrowserDelegate, public std::enable_shared_from_thi
   PeerTable peers_;
   std::shared_ptr<NodeMessaging> messaging_;
   std::shared_ptr<FRXServer> server_;
+  std::optional<NodeOffers> offers_;
   std::vector<std::shared_ptr<FRXAddressSearch>> searches_;
   std::unique_ptr<Timer> statusTimer_;
   std::unique_ptr<Timer> offersTimer_;

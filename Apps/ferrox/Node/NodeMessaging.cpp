@@ -48,12 +48,12 @@ SeenNotification fromHere(const LocalNotification& notification) {
 
 }  // namespace
 
-std::shared_ptr<NodeMessaging> NodeMessaging::make(NodeListener& listener, ConnectionHandler onConnection) {
-  return std::shared_ptr<NodeMessaging>(new NodeMessaging(listener, std::move(onConnection)));
+std::shared_ptr<NodeMessaging> NodeMessaging::make(NodeListener& listener, Handlers handlers) {
+  return std::shared_ptr<NodeMessaging>(new NodeMessaging(listener, std::move(handlers)));
 }
 
-NodeMessaging::NodeMessaging(NodeListener& listener, ConnectionHandler onConnection)
-    : listener_(listener), onConnection_(std::move(onConnection)) {}
+NodeMessaging::NodeMessaging(NodeListener& listener, Handlers handlers)
+    : listener_(listener), handlers_(std::move(handlers)) {}
 
 NodeMessaging::~NodeMessaging() = default;
 
@@ -68,7 +68,7 @@ void NodeMessaging::start() {
 void NodeMessaging::watchConnections(const char* name, ConnectionEvent::Change change) {
   connectionObservers_.push_back(
       center().addObserver(name, std::nullopt, [this, change](const LocalNotification& notification) {
-        onConnection_(change, notification.userInfo);
+        handlers_.onConnection(change, notification.userInfo);
         closedSome();
       }));
 }
@@ -142,6 +142,7 @@ void NodeMessaging::see(const Observation& observation, const LocalNotification&
 void NodeMessaging::frxMessageWasReceived(const FRXNotification& notification,
                                           const std::shared_ptr<FRXNetService>& fromSender,
                                           const std::string& withServiceSessionId) {
+  handlers_.onMessage(notification, *fromSender);
   listener_.messageReceived(notification, *fromSender, withServiceSessionId);
 }
 

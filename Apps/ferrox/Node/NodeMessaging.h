@@ -36,11 +36,14 @@ class NodeMessaging final : public FRXMessageReceivedDelegate,
                             public FRXMessageSentDelegate,
                             public std::enable_shared_from_this<NodeMessaging> {
  public:
-  using ConnectionHandler =
-      std::function<void(ConnectionEvent::Change change, const FRXDictionary& userInfo)>;
+  /// What the node has to know before the listener does.
+  struct Handlers {
+    std::function<void(ConnectionEvent::Change change, const FRXDictionary& userInfo)> onConnection;
+    std::function<void(const FRXNotification& notification, const FRXNetService& sender)> onMessage;
+  };
 
   /// `listener` is borrowed and outlives the object.
-  static std::shared_ptr<NodeMessaging> make(NodeListener& listener, ConnectionHandler onConnection);
+  static std::shared_ptr<NodeMessaging> make(NodeListener& listener, Handlers handlers);
   ~NodeMessaging() override;
 
   void start();
@@ -65,14 +68,14 @@ class NodeMessaging final : public FRXMessageReceivedDelegate,
                          const std::shared_ptr<FRXNetService>& toRecipient) override;
 
  private:
-  NodeMessaging(NodeListener& listener, ConnectionHandler onConnection);
+  NodeMessaging(NodeListener& listener, Handlers handlers);
   void watchConnections(const char* name, ConnectionEvent::Change change);
   void see(const Observation& observation, const LocalNotification& notification);
   void closedSome();
   void endClosing();
 
   NodeListener& listener_;
-  const ConnectionHandler onConnection_;
+  const Handlers handlers_;
   std::vector<NotificationDispatcher::TokenRef> connectionObservers_;
   std::map<Observation, NotificationDispatcher::TokenRef> observations_;
   /// While a post is under way, who is sent it.

@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <filesystem>
+#include <utility>
 
 #include "Apps/ferrox/Terminal/TerminalText.h"
 
@@ -22,19 +23,24 @@ std::optional<Offer> Offer::fromText(std::string_view text, std::string& problem
   if (equals == std::string_view::npos) return problem = "write it as ID=DIR or ID:NAME=DIR", std::nullopt;
   const std::string_view label = text.substr(0, equals);
   const std::size_t colon = label.find(':');
-  Offer offer{std::string(label.substr(0, colon)), {}, std::string(text.substr(equals + 1))};
-  offer.name = colon == std::string_view::npos ? offer.id : std::string(label.substr(colon + 1));
-  if (offer.id.empty() || offer.name.empty()) return problem = "the ID or NAME is empty", std::nullopt;
-  if (offer.id.find('/') != std::string::npos) return problem = "an ID holds no slash", std::nullopt;
-  if (escapedForTerminal(label) != label) return problem = "ID and NAME are plain UTF-8 text", std::nullopt;
+  std::string id(label.substr(0, colon));
+  std::string name = colon == std::string_view::npos ? id : std::string(label.substr(colon + 1));
+  return fromParts(std::move(id), std::move(name), std::string(text.substr(equals + 1)), problem);
+}
 
-  std::error_code error;
-  const std::filesystem::path directory = std::filesystem::canonical(offer.directory, error);
-  if (error || !std::filesystem::is_directory(directory, error)) {
-    return problem = fmt::format("\"{}\" is no directory", escapedForTerminal(offer.directory)), std::nullopt;
+std::optional<Offer> Offer::fromParts(std::string id, std::string name, const std::string& directory,
+                                      std::string& problem) {
+  if (id.empty() || name.empty()) return problem = "the ID or NAME is empty", std::nullopt;
+  if (id.find('/') != std::string::npos) return problem = "an ID holds no slash", std::nullopt;
+  if (escapedForTerminal(id) != id || escapedForTerminal(name) != name) {
+    return problem = "ID and NAME are plain UTF-8 text", std::nullopt;
   }
-  offer.directory = directory.string();
-  return offer;
+  std::error_code error;
+  const std::filesystem::path canonical = std::filesystem::canonical(directory, error);
+  if (error || !std::filesystem::is_directory(canonical, error)) {
+    return problem = fmt::format("\"{}\" is no directory", escapedForTerminal(directory)), std::nullopt;
+  }
+  return Offer{std::move(id), std::move(name), canonical.string()};
 }
 
 std::string Offer::fileURL() const {

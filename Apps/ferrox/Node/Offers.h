@@ -17,6 +17,9 @@ struct Offer {
   /// Reads ID=DIR or ID:NAME=DIR; without a name the id is the name. Nothing, with `problem` saying why,
   /// when a part is missing or DIR is no directory.
   static std::optional<Offer> fromText(std::string_view text, std::string& problem);
+  /// The same from its parts.
+  static std::optional<Offer> fromParts(std::string id, std::string name, const std::string& directory,
+                                        std::string& problem);
   /// The directory as a file URL.
   std::string fileURL() const;
 

@@ -34,11 +34,12 @@ bool PeerTable::setConnected(const std::string& serviceId, std::optional<Time> s
   return true;
 }
 
-void PeerTable::setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects) {
+void PeerTable::setOffers(const FRXNetService& service, std::optional<std::size_t> streams,
+                          std::optional<std::size_t> projects) {
   const auto known = peers_.find(service.serviceId());
   if (known == peers_.end()) return;
-  known->second.streams = streams;
-  known->second.projects = projects;
+  if (streams) known->second.streams = streams;
+  if (projects) known->second.projects = projects;
 }
 
 std::optional<Peer> PeerTable::find(const FRXNetService& service) const { return find(service.serviceId()); }

@@ -25,7 +25,9 @@ class PeerTable {
   /// A connection to the peer filed under `serviceId` opened (with the time) or ended. False when that is
   /// nothing new.
   bool setConnected(const std::string& serviceId, std::optional<Time> since);
-  void setOffers(const FRXNetService& service, std::size_t streams, std::size_t projects);
+  /// What is not given stays as it was known.
+  void setOffers(const FRXNetService& service, std::optional<std::size_t> streams,
+                 std::optional<std::size_t> projects);
 
   std::optional<Peer> find(const FRXNetService& service) const;
   std::optional<Peer> find(const std::string& serviceId) const;
