@@ -12,7 +12,7 @@ import unittest
 
 from command_process import COMMAND, run
 
-SUBCOMMANDS = ("run", "peers", "post", "watch", "search", "check", "doctor", "demo")
+SUBCOMMANDS = ("run", "peers", "list", "post", "watch", "search", "check", "doctor", "demo")
 
 
 class Usage(unittest.TestCase):
