@@ -47,10 +47,19 @@ class CycleSearch {
   bool hasFound_ = false;
 };
 
+/// What a selection set comes to when all fragments in it are followed.
+struct Extent {
+  /// The most fields, and the most spreads, on a way into it.
+  std::size_t fields = 0;
+  std::size_t spreads = 0;
+  /// As many as an executor would visit if no two were merged.
+  std::size_t selections = 0;
+};
+
 /// Measures each fragment once.
-class DepthMeter {
+class ExtentMeter {
  public:
-  explicit DepthMeter(ValidationContext& context) : context_(context) {}
+  explicit ExtentMeter(ValidationContext& context) : context_(context) {}
 
   void measureAll() {
     for (const OperationDefinition& operation : context_.document.operations) {
@@ -62,62 +71,62 @@ class DepthMeter {
   }
 
  private:
-  /// The most fields, and the most spreads, on a way into a selection set.
-  struct Depth {
-    std::size_t fields = 0;
-    std::size_t spreads = 0;
-  };
-
   /// A cycle is another rule's matter: a fragment inside itself counts as empty.
-  Depth measure(const FragmentDefinition& fragment, std::size_t spreadsAround) {
+  Extent measure(const FragmentDefinition& fragment, std::size_t spreadsAround) {
     known_[fragment.name] = {};
     return known_[fragment.name] = measure(fragment.selectionSet, spreadsAround);
   }
 
-  Depth measure(const SelectionSet& set, std::size_t spreadsAround) {
-    Depth deepest;
+  Extent measure(const SelectionSet& set, std::size_t spreadsAround) {
+    Extent extent;
     for (const Selection& selection : set.selections) {
       context_.visit();
-      Location location;
-      Depth depth;
-      if (const auto* const field = std::get_if<Field>(&selection.node)) {
-        location = field->location;
-        depth = measure(field->selectionSet, spreadsAround);
-        ++depth.fields;
-      } else if (const auto* const inlined = std::get_if<InlineFragment>(&selection.node)) {
-        location = inlined->location;
-        depth = measure(inlined->selectionSet, spreadsAround);
-      } else {
-        const auto& spread = std::get<FragmentSpread>(selection.node);
-        location = spread.location;
-        depth = measure(spread, spreadsAround + 1);
-        ++depth.spreads;
-      }
-      deepest.fields = std::max(deepest.fields, depth.fields);
-      deepest.spreads = std::max(deepest.spreads, depth.spreads);
-      refuseBeyond(deepest, spreadsAround, location);
+      const auto [location, one] = measure(selection, spreadsAround);
+      extent.fields = std::max(extent.fields, one.fields);
+      extent.spreads = std::max(extent.spreads, one.spreads);
+      // Neither is beyond the limit: no sum overflows.
+      extent.selections += one.selections + 1;
+      refuseBeyond(extent, spreadsAround, location);
     }
-    return deepest;
+    return extent;
   }
 
-  Depth measure(const FragmentSpread& spread, std::size_t spreadsAround) {
+  std::pair<Location, Extent> measure(const Selection& selection, std::size_t spreadsAround) {
+    if (const auto* const field = std::get_if<Field>(&selection.node)) {
+      Extent extent = measure(field->selectionSet, spreadsAround);
+      ++extent.fields;
+      return {field->location, extent};
+    }
+    if (const auto* const inlined = std::get_if<InlineFragment>(&selection.node)) {
+      return {inlined->location, measure(inlined->selectionSet, spreadsAround)};
+    }
+    const auto& spread = std::get<FragmentSpread>(selection.node);
+    Extent extent = measure(spread, spreadsAround + 1);
+    ++extent.spreads;
+    return {spread.location, extent};
+  }
+
+  Extent measure(const FragmentSpread& spread, std::size_t spreadsAround) {
     refuseBeyond({}, spreadsAround, spread.location);
     const auto known = known_.find(spread.name);
     if (known != known_.end()) return known->second;
     const FragmentDefinition* const fragment = context_.fragment(spread.name);
-    return fragment == nullptr ? Depth() : measure(*fragment, spreadsAround);
+    return fragment == nullptr ? Extent() : measure(*fragment, spreadsAround);
   }
 
-  void refuseBeyond(const Depth& depth, std::size_t spreadsAround, Location location) {
-    const std::size_t limit = context_.limits.depth;
-    if (depth.fields > limit) context_.stop("The fields of the query nest too deeply", {location});
-    if (spreadsAround + depth.spreads > limit) {
+  void refuseBeyond(const Extent& extent, std::size_t spreadsAround, Location location) {
+    const GraphQLLimits& limits = context_.limits;
+    if (extent.fields > limits.depth) context_.stop("The fields of the query nest too deeply", {location});
+    if (spreadsAround + extent.spreads > limits.depth) {
       context_.stop("The fragments of the query nest too deeply", {location});
+    }
+    if (extent.selections > limits.steps) {
+      context_.stop("The query asks for too much when its fragments are followed", {location});
     }
   }
 
   ValidationContext& context_;
-  std::map<std::string_view, Depth> known_;
+  std::map<std::string_view, Extent> known_;
 };
 
 }  // namespace
@@ -178,6 +187,6 @@ void checkSpreadIsPossible(ValidationContext& context, const NamedType* type, co
                  {location});
 }
 
-void checkDepth(ValidationContext& context) { DepthMeter(context).measureAll(); }
+void checkExtent(ValidationContext& context) { ExtentMeter(context).measureAll(); }
 
 }  // namespace ferrox::graphql

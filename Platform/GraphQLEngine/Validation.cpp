@@ -126,7 +126,7 @@ class DocumentWalk {
 };
 
 void checkAll(ValidationContext& context) {
-  checkDepth(context);
+  checkExtent(context);
   checkOperationNames(context);
   checkFragmentNames(context);
   checkFragmentsUsed(context);

@@ -11,7 +11,9 @@
 namespace ferrox::graphql {
 
 /// Every violated rule, at most `limits.errors`; empty when the document is valid. Takes time in proportion
-/// to the document: beyond `limits.steps` and `limits.depth` (fragments followed) it is an error. Thread: any
+/// to the document. One error alone when it has more than `limits.steps` selections or nests deeper than
+/// `limits.depth` with its fragments followed, or when looking at it takes more than `limits.steps`. Thread:
+/// any
 [[nodiscard]] std::vector<GraphQLError> validate(const Schema& schema, const Document& document,
                                                  const GraphQLLimits& limits);
 

@@ -44,9 +44,9 @@ bool checkFragmentCycles(ValidationContext& context);
 /// 5.5.2.3 (a fragment on `type` can apply inside `parent`).
 void checkSpreadIsPossible(ValidationContext& context, const NamedType* type, const NamedType* parent,
                            Location location);
-/// Stops where fields nest deeper than the limit when all fragments are followed, or where more fragments
-/// than that follow from each other.
-void checkDepth(ValidationContext& context);
+/// Stops where, with all fragments followed, fields nest deeper than the limit, more fragments than that
+/// follow from each other, or selections come to more than the limit of steps.
+void checkExtent(ValidationContext& context);
 
 // Values: 5.6.1 (of correct type), 5.6.2 (input fields exist), 5.6.4 (required ones are there).
 void checkValue(ValidationContext& context, const Value& value, const TypeReference* type);

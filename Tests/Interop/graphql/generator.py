@@ -221,7 +221,7 @@ class Generator:
             if text.endswith("!") or self.chance(0.8):
                 self.values[name] = self.input_value(reference)
         if self.chance(0.03):
-            self.values[name] = self.dice.choice([None, "x", 1.5, True, [1], {"a": 1}])
+            self.values[name] = self.dice.choice([None, "x", 1.5, True, [1]])
         return Variable(name)
 
     def constant(self, reference):
@@ -362,6 +362,7 @@ class Spoiler:
 
     def spoil_argument_twice(self, document):
         field = self.dice.choice(self.with_arguments(document))
+        field["alias"] = field["alias"] or "other"
         pairs = list(field["arguments"].items()) or [("x", "1")]
         field["arguments"] = pairs + [self.dice.choice(pairs) for _ in range(self.dice.randrange(1, 3))]
 
