@@ -19,7 +19,7 @@ BROKEN_RULES = {
         "{ book { ... { name } ... on Book { name } ...F } } fragment F on Book { name }",
         "{ book { __schema { description } } }",
         '{ author { __type(name: "Root") { name } } }',
-        "{ __typename { x } nothing { x { y } } int { z } }",
+        "{ nothing { x { y } } }",
         "{ book { __typo } __Schema }",
         "{ book { \n # comment\n   alias : nothing } }",
     ],
@@ -286,6 +286,7 @@ BROKEN_RULES = {
 
 # Queries that break more than one rule, or none though they look like it.
 VALIDATION = [
+    "{ __typename { x } nothing { x { y } } int { z } }",
     "query ($a: Book) { int(value: $a) }",
     "query ($a: Int) { int(value: [$a]) }",
     "mutation { a }",

@@ -1,4 +1,6 @@
 // Answers as graphql_probe does, with the reference implementation: reference.js SCHEMA DATA
+// With "tellsRules" also the "rules" that a query breaks. To {"list": "rules"} with the names of all, to
+// {"introspect": OPTIONS} with the standard introspection query and its answer.
 'use strict';
 
 const fs = require('fs');
@@ -18,7 +20,12 @@ function resolved(value, args) {
   return value;
 }
 
-function answer({query, variables, operationName}) {
+function brokenRules(document) {
+  const isBroken = (rule) => graphql.validate(schema, document, [rule]).length > 0;
+  return graphql.specifiedRules.filter(isBroken).map((rule) => rule.name);
+}
+
+function answer({query, variables, operationName, tellsRules}) {
   let document;
   try {
     document = graphql.parse(query);
@@ -26,7 +33,7 @@ function answer({query, variables, operationName}) {
     return {stage: 'syntax', response: {errors: [error]}};
   }
   const errors = graphql.validate(schema, document);
-  if (errors.length > 0) return {stage: 'validation', response: {errors}};
+  if (errors.length > 0) return {stage: 'validation', response: {errors}, rules: tellsRules && brokenRules(document)};
   const response = graphql.executeSync({
     schema, document, rootValue: root, variableValues: variables, operationName,
     fieldResolver: (source, args, context, info) => resolved(source[info.fieldName], args),
@@ -34,11 +41,16 @@ function answer({query, variables, operationName}) {
   return {stage: 'execution', response};
 }
 
+function introspect(options) {
+  const query = graphql.getIntrospectionQuery(options);
+  return {query, response: graphql.executeSync({schema, document: graphql.parse(query)})};
+}
+
+function served(request) {
+  if (request.list === 'rules') return {rules: graphql.specifiedRules.map((rule) => rule.name)};
+  return request.introspect ? introspect(request.introspect) : answer(request);
+}
+
 readline.createInterface({input: process.stdin}).on('line', (line) => {
-  const request = JSON.parse(line);
-  const result = request.introspect
-      ? {response: graphql.executeSync({schema, document: graphql.parse(graphql.getIntrospectionQuery(request.introspect))}),
-         query: graphql.getIntrospectionQuery(request.introspect)}
-      : answer(request);
-  process.stdout.write(JSON.stringify(result) + '\n');
+  process.stdout.write(JSON.stringify(served(JSON.parse(line))) + '\n');
 });
