@@ -1,20 +1,16 @@
 // A listing over real sockets: peers that are this process's own server, and peers that misbehave.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
+#include <functional>
+#include <optional>
 
 #include "Classes/Capabilities/FRXCapabilitiesListing.h"
-#include "Classes/WebSockets/FRXWebsocket.h"
-#include "Classes/WebSockets/FRXWebsocketConnectionManager.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
 #include "Platform/Queues/BackgroundQueue.h"
-#include "Tests/Classes/HTTPServer/HostFixture.h"
+#include "Tests/Classes/Capabilities/SocketFixture.h"
 #include "Tests/Platform/WebSocket/ScriptedPeer.h"
-#include "Tests/Support/RecordingLogSink.h"
 #include "Tests/Support/ScriptedHTTPServer.h"
-#include "Tests/Support/ScriptedResolver.h"
-#include "Tests/Support/WaitFor.h"
 
 namespace ferrox::test {
 namespace {
@@ -23,8 +19,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Result = FRXCapabilitiesListing::Result;
 using Accessors = FRXCapabilitiesListing::Accessors;
-
-constexpr seconds longTime{30};
 
 constexpr const char* oneStream =
     R"({"data":{"capabilities":{"streaming":[{"name":"S","path":"/streams/s","port":1}]}}})";
@@ -43,38 +37,16 @@ AnswerScript replyingWith(std::string text) {
   };
 }
 
-class ListingOverSockets : public HostFixture {
+class ListingOverSockets : public SocketFixture {
  protected:
-  ListingOverSockets() {
-    loop_.runPending();
-    LocalServiceDirectory::setServiceLookup([this](const std::string& id) { return known(id); });
-    FRXWebsocket::acceptUpgrades(loop_);
-    server_->republishBonjourWithServiceName("OWN-MTI=/HOST");
-    start();
-  }
   ~ListingOverSockets() override {
     manager_->stop();
     background_.reset();
     // The loop's tasks hold what belongs to the manager.
     while (loop_.runPending() > 0) {
     }
-    manager_.reset();
-    scripted_.clear();
-    server_->stop();
-    LocalServiceDirectory::setServiceLookup(nullptr);
   }
 
-  std::shared_ptr<FRXNetService> known(const std::string& id) const {
-    const auto found =
-        std::find_if(peers_.begin(), peers_.end(), [&](const auto& peer) { return peer->serviceId() == id; });
-    return found == peers_.end() ? nullptr : *found;
-  }
-  std::string addPeer(const std::string& host, std::uint16_t port) {
-    peers_.push_back(std::make_shared<FRXNetService>(host, port, "PEER-" + host));
-    return peers_.back()->serviceId();
-  }
-  /// This process's own server under one of its addresses.
-  std::string addOwnServer(const std::string& host = "127.0.0.1") { return addPeer(host, server_->port()); }
   /// A peer that answers each request with what the script says.
   std::string addScripted(AnswerScript script) {
     scripted_.push_back(std::make_unique<ScriptedHTTPServer>([script](ScriptedConnection& connection) {
@@ -88,17 +60,6 @@ class ListingOverSockets : public HostFixture {
       }
     }));
     return addPeer("127.0.0.1", scripted_.back()->port());
-  }
-  void connectAll() {
-    WebSocketClientRequest settings;
-    settings.pingInterval = milliseconds(0);
-    manager_->setConnectionSettings(settings);
-    for (const auto& peer : peers_) {
-      clock_.advance(seconds(1), loop_);  // dials of one moment would be spread in time
-      manager_->connectToService(peer);
-      ASSERT_TRUE(waitFor(
-          loop_, [&] { return manager_->isConnectedToService(peer->serviceId()); }, longTime));
-    }
   }
   void list() {
     FRXCapabilitiesListing({.mainLoop = &loop_,
@@ -134,22 +95,10 @@ class ListingOverSockets : public HostFixture {
   /// The time of those who never answer is over.
   void passTime() { clock_.advance(seconds(10), loop_); }
 
-  const LogRecording log_{LogLevel::Warn};
-  ScriptedResolver resolver_;
   std::unique_ptr<BackgroundQueue> background_ = BackgroundQueue::makePool(2);
-  std::vector<std::shared_ptr<FRXNetService>> peers_;
   std::vector<std::unique_ptr<ScriptedHTTPServer>> scripted_;
   std::optional<Result> result_;
   int answers_ = 0;
-  std::shared_ptr<FRXWebsocketConnectionManager> manager_ = FRXWebsocketConnectionManager::make(
-      {.mainLoop = &loop_,
-       .makeClient = [this](
-                         const WebSocketClientRequest& request,
-                         FRXError* error) { return WebSocketClient::make(request, resolver_, loop_, error); },
-       .currentServices = [this] { return peers_; },
-       .idForServiceName = [](const std::string&) { return std::nullopt; },
-       .localFRXService = [] { return nullptr; },
-       .refreshDiscovery = {}});
 };
 
 TEST_F(ListingOverSockets, WithoutPeersThereIsAnEmptyResultAtOnce) {
@@ -192,10 +141,10 @@ TEST_F(ListingOverSockets, APeerThatNeverAnswersIsLeftOutWhenTheTimeIsOver) {
 }
 
 TEST_F(ListingOverSockets, AnAnswerThatComesLateIsIgnored) {
-  std::atomic<bool> isOver{false};
+  const auto isOver = std::make_shared<std::atomic<bool>>(false);
   const auto reply = replyingWith(oneStream);
-  const std::string late = addScripted([&isOver, reply](const FRXWebsocketMessage& request) {
-    EXPECT_TRUE(waitFor([&] { return isOver.load(); }, longTime));
+  const std::string late = addScripted([isOver, reply](const FRXWebsocketMessage& request) {
+    EXPECT_TRUE(waitFor([&] { return isOver->load(); }, longTime));
     return reply(request);
   });
   connectAll();
@@ -206,7 +155,7 @@ TEST_F(ListingOverSockets, AnAnswerThatComesLateIsIgnored) {
   }
   passTime();
   ASSERT_EQ(result_, Result{});
-  isOver = true;
+  *isOver = true;
   // The answers of one peer come in order: the late one is dealt with when the next is here.
   result_.reset();
   list();
