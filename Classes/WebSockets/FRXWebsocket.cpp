@@ -28,6 +28,8 @@ std::shared_ptr<FRXWebsocket> FRXWebsocket::initWithRequest(const HTTPRequest*,
 }
 
 void FRXWebsocket::acceptUpgrades(RunLoop& mainLoop) {
+  // The first of these reads the schema from disk, which no network thread may do.
+  const FRXGraphQLInterpreter readsTheSchema;
   RoutingHTTPConnection::setWebSocketFactory([&mainLoop](const HTTPRequest* request, const std::string& frxId,
                                                          std::shared_ptr<WebSocketTransport> transport) {
     return initWithRequest(request, frxId, std::move(transport), mainLoop);
