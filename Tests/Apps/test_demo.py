@@ -8,7 +8,8 @@ import unittest
 
 from command_process import COMMAND, run
 
-STEPS = ["published", "found", "resolved", "responsive", "connected", "fetched", "notified", "heartbeat", "joined",
+STEPS = ["published", "found", "resolved", "responsive", "connected", "fetched", "notified", "heartbeat", "offered",
+         "listed", "segmentFetched", "joined",
          "caughtUp", "killed", "connectionLost", "unresponsive", "removed", "restarted", "foundAgain", "reconnected",
          "caughtUpAgain", "left", "ended"]
 

@@ -12,6 +12,9 @@
 #include "Apps/ferrox/Demo/DemoTalk.h"
 #include "Apps/ferrox/Demo/Story.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
+#include "Classes/Capabilities/FRXProjectSharingCapability.h"
+#include "Classes/Capabilities/FRXStreamingCapability.h"
+#include "Platform/PlatformServices.h"
 
 namespace ferrox::command {
 namespace {
@@ -20,7 +23,7 @@ class DemoCommand final : public Subcommand {
  public:
   CLI::App* declare(CLI::App& parent) override {
     CLI::App* app = parent.add_subcommand(
-        "demo", "nodes on this machine meet, talk, lose one and find it again, with measured times");
+        "demo", "nodes on this machine meet, talk, offer, lose one and find it again, with measured times");
     app->add_option("--nodes", nodes_, "how many nodes take part, the last of them late (default: 4)")
         ->type_name("N")
         ->check(CLI::Range(3, 8).description(""));
@@ -34,7 +37,13 @@ class DemoCommand final : public Subcommand {
 
   int run() override {
     if (interfaces_.empty()) interfaces_.emplace_back("lo");
-    DemoStage stage(nodes_, interfaces_, levelText(), {DemoTalk::passing, DemoTalk::kept});
+    // The nodes discover; this process only plays with them.
+    DNSSDConfiguration discovery;
+    discovery.backEnd = DNSSDConfiguration::BackEnd::Off;
+    PlatformServices::configureDiscovery(discovery);
+    DemoStage stage(nodes_, interfaces_, levelText(),
+                    {DemoTalk::passing, DemoTalk::kept, std::string(FRXStreamingCapabilityNotification),
+                     std::string(FRXProjectSharingCapabilityNotification)});
     Story story(options_.json, STDOUT_FILENO);
     return DemoScript(stage, story).play();
   }

@@ -46,6 +46,7 @@ DemoScript::DemoScript(DemoStage& stage, Story& story)
     : stage_(stage),
       story_(story),
       talk_(stage),
+      offers_(stage),
       last_(stage.roles().back()),
       begun_(now()),
       killed_(begun_) {}
@@ -53,10 +54,10 @@ DemoScript::DemoScript(DemoStage& stage, Story& story)
 int DemoScript::play() {
   story_.begin(
       fmt::format("{} nodes on this machine, without a server, a daemon or root", stage_.roles().size()));
-  const bool succeeded = meet() && join() && lose() && comeBack() && part();
+  const bool succeeded = meet() && offer() && join() && lose() && comeBack() && part();
   if (stage_.interrupted()) return ExitInterrupted;
   story_.end(succeeded, between(begun_, now()),
-             succeeded ? "They met, talked, lost one, and found it again."
+             succeeded ? "They met, talked, offered, lost one, and found it again."
                        : "The step above did not happen within its time.");
   return succeeded ? ExitDone : ExitFailed;
 }
@@ -70,6 +71,14 @@ bool DemoScript::meet() {
          step("fetched", "Records fetched", [this] { return fetchRecords(); }) &&
          step("notified", "Notified", [this] { return notify(); }) &&
          step("heartbeat", "Heartbeats heard", [this] { return hearHeartbeats(); });
+}
+
+bool DemoScript::offer() {
+  DemoRole& asking = *founders().front();
+  DemoRole& offering = *founders().back();
+  return step("offered", "Offers made", [&] { return offers_.advertise(offering, asking); }) &&
+         step("listed", "Offers listed", [&] { return offers_.list(asking, offering); }) &&
+         step("segmentFetched", "Segment fetched", [&] { return offers_.fetchSegment(offering); });
 }
 
 bool DemoScript::join() {

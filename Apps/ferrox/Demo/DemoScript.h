@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Apps/ferrox/Demo/DemoOffers.h"
 #include "Apps/ferrox/Demo/DemoStage.h"
 #include "Apps/ferrox/Demo/DemoTalk.h"
 #include "Apps/ferrox/Demo/Story.h"
@@ -25,6 +26,7 @@ class DemoScript {
 
   bool step(const std::string& name, const std::string& title, const std::function<StepOutcome()>& action);
   bool meet();
+  bool offer();
   bool join();
   bool lose();
   bool comeBack();
@@ -64,6 +66,7 @@ class DemoScript {
   DemoStage& stage_;
   Story& story_;
   DemoTalk talk_;
+  DemoOffers offers_;
   DemoRole& last_;
   Instant begun_;
   Instant killed_;
