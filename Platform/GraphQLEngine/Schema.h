@@ -100,7 +100,9 @@ class Schema {
  public:
   /// Reads SDL text (section 3): schema, object, scalar, enum, input and directive definitions. Nothing, with
   /// `error` filled, when the text is malformed, names a type it does not declare, breaks a rule of section
-  /// 3, or holds what is not supported: interfaces, unions, extensions, mutation and subscription roots.
+  /// 3, holds a default value that is part of itself, is longer than 1 MiB, nests values or types more than
+  /// 32 levels deep, or holds what is not supported: interfaces, unions, extensions, mutation and
+  /// subscription roots. What is built in cannot be declared again.
   static std::shared_ptr<const Schema> build(std::string_view sdl, GraphQLError* error = nullptr);
 
   const NamedType& queryType() const { return *queryType_; }
