@@ -15,6 +15,7 @@ namespace ferrox::graphql {
 struct Location {
   std::uint32_t line = 0;
   std::uint32_t column = 0;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 takes the default for a comparison with 0.
   auto operator<=>(const Location&) const = default;
 };
 
