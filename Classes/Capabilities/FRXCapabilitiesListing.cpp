@@ -6,6 +6,7 @@
 #include "Classes/Capabilities/CapabilitiesInquiry.h"
 #include "Classes/Capabilities/PeerURLs.h"
 #include "Classes/Discovery/FRXBrowser.h"
+#include "Classes/Utilities/PercentCoding.h"
 #include "Classes/WebSockets/FRXWebsocketConnectionManager.h"
 #include "Platform/Base/Json.h"
 #include "Platform/Host/Text.h"
@@ -20,9 +21,14 @@ class AccessorCollector {
  public:
   explicit AccessorCollector(const std::string& hostName) : hostName_(hostName), urls_(hostName) {}
 
-  void add(const std::string& name, const FRXValue* port, const std::string& path) {
+  enum class Path { AsItIs, EscapedIfNeeded };
+
+  void add(const std::string& name, const FRXValue* port, const std::string& path, Path kind) {
     const auto portText = portOfPeer(port);
     auto url = portText ? urls_.url(*portText, path) : std::nullopt;
+    if (!url && portText && kind == Path::EscapedIfNeeded) {
+      url = urls_.url(*portText, percentEncoded(path, PercentSet::Path));
+    }
     if (url) {
       accessors_.emplace_back(name, std::move(*url));
     } else if (leftOut_++ == 0) {
@@ -103,7 +109,7 @@ FRXCapabilitiesListing::Accessors FRXCapabilitiesListing::getStreamsFromData(con
     const std::string* path = textMember(element, "path");
     const FRXValue* port = element.member("port");
     if (name == nullptr || path == nullptr || port == nullptr || port->isNull()) continue;
-    streams.add(*name, port, *path);
+    streams.add(*name, port, *path, AccessorCollector::Path::AsItIs);
   }
   return streams.finish("streams");
 }
@@ -115,7 +121,7 @@ FRXCapabilitiesListing::Accessors FRXCapabilitiesListing::getProjectsFromData(
     const std::string* name = textMember(element, "name");
     const std::string* id = textMember(element, "id");
     if (name == nullptr || name->empty() || id == nullptr || id->empty()) continue;
-    projects.add(*name, element.member("port"), "/projects/" + *id);
+    projects.add(*name, element.member("port"), "/projects/" + *id, AccessorCollector::Path::EscapedIfNeeded);
   }
   return projects.finish("projects");
 }

@@ -78,7 +78,8 @@ class FRXCapabilitiesListing {
   /// The streams of a capabilities object, in its order, as URLs at that host. Elements without name, path
   /// and port and those that make no valid URL are left out; the latter are logged at WARN, once in all.
   static Accessors getStreamsFromData(const FRXValue& data, const std::string& withAddress);
-  /// The projects likewise. Name and id must be texts that are not empty. One without a port is listed with
+  /// The projects likewise. Name and id must be texts that are not empty; an id that cannot stand in a URL as
+  /// it is, is percent-encoded, as the peer decodes it. One without a port is listed with
   /// "(null)" in its place.
   static Accessors getProjectsFromData(const FRXValue& data, const std::string& withAddress);
   /// Nothing, with `error` filled and logged at WARN, for what is not JSON.

@@ -27,7 +27,7 @@ class Streams(unittest.TestCase):
         cls.server, cls.viewer = cls.network.hosts
         for name in ("still.m3u8", "still.ts"):
             (cls.path / name).write_bytes(b"x")
-        cls.node = Node(cls.server, "--stream", f"cam A:Camera A={cls.path}", "--share", f"P1:Rushes={cls.path}")
+        cls.node = Node(cls.server, "--stream", f"cam A:Camera A={cls.path}", "--share", f"Reel 1:Rushes={cls.path}")
         cls.node.wait_published()
         cls.urls = cls.listed()
 
@@ -99,6 +99,7 @@ class Streams(unittest.TestCase):
                 self.assertEqual(self.curl(path)[0], 404)
 
     def test_a_listed_project_has_its_structure_at_its_url(self):
+        self.assertTrue(self.urls["Rushes"].endswith("/projects/Reel%201"), self.urls)
         done = self.viewer.run(["curl", "-sS", "--max-time", "20", self.urls["Rushes"]])
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertIn("take 1.mov", done.stdout)
