@@ -1,5 +1,6 @@
 #include "Classes/Capabilities/FRXCapabilitiesListing.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -16,6 +17,11 @@
 namespace ferrox {
 namespace {
 
+/// Nobody means these in an id, and not every player keeps them escaped.
+bool holdsControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+}
+
 /// Collects what makes a URL, and what does not, for one line of log however long a hostile answer is.
 class AccessorCollector {
  public:
@@ -26,7 +32,7 @@ class AccessorCollector {
   void add(const std::string& name, const FRXValue* port, const std::string& path, Path kind) {
     const auto portText = portOfPeer(port);
     auto url = portText ? urls_.url(*portText, path) : std::nullopt;
-    if (!url && portText && kind == Path::EscapedIfNeeded) {
+    if (!url && portText && kind == Path::EscapedIfNeeded && !holdsControlCharacter(path)) {
       url = urls_.url(*portText, percentEncoded(path, PercentSet::Path));
     }
     if (url) {

@@ -385,11 +385,10 @@ TEST_F(FRXCapabilitiesListingTests, ProjectsKeepTheirOrderAndNeedNameAndId) {
 
 TEST_F(FRXCapabilitiesListingTests, AnIdThatCannotStandInAURLIsEscaped) {
   EXPECT_EQ(projectsOf(R"([{"name":"a","id":"My Film","port":1},{"name":"b","id":"100%","port":1},
-                           {"name":"c","id":"x\r\nHost: evil","port":1},{"name":"d","id":"\u00e4","port":1}])"),
+                           {"name":"c","id":"\u00e4","port":1}])"),
             (Accessors{{"a", "http://MAC.LOCAL.:1/projects/My%20Film"},
                        {"b", "http://MAC.LOCAL.:1/projects/100%25"},
-                       {"c", "http://MAC.LOCAL.:1/projects/x%0D%0AHost:%20evil"},
-                       {"d", "http://MAC.LOCAL.:1/projects/%C3%A4"}}));
+                       {"c", "http://MAC.LOCAL.:1/projects/%C3%A4"}}));
   EXPECT_TRUE(log_->entries().empty());
 }
 
@@ -424,7 +423,8 @@ TEST_F(FRXCapabilitiesListingTests, WhatMakesNoURLIsLeftOutAndLoggedOnceEscaped)
   EXPECT_NE(entry.message.find("Left out 4 streams of MAC.LOCAL."), std::string::npos) << entry.message;
   EXPECT_EQ(entry.message.find('\n'), std::string::npos);
   log_->clear();
-  EXPECT_EQ(projectsOf(R"([{"name":"x","id":"a","port":-1},{"name":"x","id":"a","port":true}])"),
+  EXPECT_EQ(projectsOf(R"([{"name":"x","id":"a","port":-1},{"name":"x","id":"a","port":true},
+                           {"name":"x","id":"x\r\nHost: evil","port":1}])"),
             Accessors{});
   EXPECT_EQ(log_->entries().size(), 1U);
 }

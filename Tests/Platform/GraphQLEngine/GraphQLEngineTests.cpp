@@ -236,11 +236,20 @@ TEST_F(Engine, TheMeantOperationIsChosenByName) {
 }
 
 TEST_F(Engine, WhatIsNoQueryIsRefused) {
-  for (const char* text : {"", "{", "nonsense", "{ unknown }", "mutation { name }", "subscription { name }",
-                           "type Query { a: Int }", "\xff", "fragment F on Query { name }"}) {
+  for (const char* text : {"", "{", "nonsense", "{ unknown }", "type Query { a: Int }", "\xff",
+                           "fragment F on Query { name }"}) {
     const std::string response = answer(text);
     EXPECT_TRUE(response.starts_with(R"({"errors":[{"message":)")) << text;
     EXPECT_EQ(response.find(R"("data")"), std::string::npos) << response;
+  }
+}
+
+TEST_F(Engine, MutationsAndSubscriptionsHaveNoTypeToRunAgainst) {
+  root_.set("name", "x");
+  for (const char* text : {"mutation { name }", "subscription { name }"}) {
+    const std::string response = answer(text);
+    EXPECT_TRUE(response.starts_with(R"({"errors":[{"message":)")) << response;
+    EXPECT_TRUE(response.ends_with(R"("data":null})")) << response;
   }
 }
 
