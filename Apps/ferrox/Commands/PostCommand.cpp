@@ -9,16 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "Apps/ferrox/Commands/Gathering.h"
+#include "Apps/ferrox/Commands/GatheringCommand.h"
 #include "Apps/ferrox/Commands/Report.h"
-#include "Apps/ferrox/Commands/Subcommand.h"
-#include "Apps/ferrox/Events/SignalWatcher.h"
-#include "Apps/ferrox/Node/Node.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
 #include "Classes/Discovery/FRXNetService.h"
 #include "Platform/Base/Json.h"
 #include "Platform/Host/Text.h"
-#include "Platform/RunLoop/RunLoop.h"
 
 namespace ferrox::command {
 namespace {
@@ -27,38 +23,14 @@ constexpr std::chrono::seconds closingTime{10};
 
 using Recipients = std::vector<std::shared_ptr<FRXNetService>>;
 
-class PostCommand final : public Subcommand, public NodeListener {
+class PostCommand final : public GatheringCommand {
  public:
+  PostCommand() : GatheringCommand(closingTime) {}
+
   CLI::App* declare(CLI::App& parent) override;
 
-  int run() override {
-    applyNodeOptions(setup_.options);
-    RunLoop& loop = RunLoop::main();
-    node_ = Node::make(setup_, *this);
-    gathering_ = std::make_unique<Gathering>(std::chrono::duration<double>(wait_), [this] { postNow(); });
-    const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP}, [this](int) {
-      interrupted_ = true;
-      finish();
-    });
-    gathering_->begin(*node_);
-    node_->start();
-    loop.run();
-    node_->stop();
-    if (failure_) return reportFailure(setup_.options.json, "cannot start: " + *failure_);
-    if (interrupted_ && recipients_.empty()) return ExitInterrupted;
-    return report();
-  }
-
-  void nodeFailed(const std::string& reason) override {
-    failure_ = reason;
-    RunLoop::main().stop();
-  }
-  void localServiceStarted(const std::string&) override { gathering_->becameVisible(); }
-  void peerDiscovered(const Peer&) override { gathering_->peersChanged(); }
-  void peerRemoved(const Peer&) override { gathering_->peersChanged(); }
-  void peerChangedState(const Peer&) override { gathering_->peersChanged(); }
   void connectionChanged(const ConnectionEvent& event) override {
-    gathering_->peersChanged();
+    GatheringCommand::connectionChanged(event);
     // Once it was posted, connections end because this side closes them. A clean end is the peer's word that
     // it has read all that came before.
     const auto clean = event.userInfo.find("wasClean");
@@ -68,30 +40,21 @@ class PostCommand final : public Subcommand, public NodeListener {
     if (const std::string* serviceId = id->second.asText()) confirmed_.insert(*serviceId);
   }
 
- private:
-  void postNow() {
-    found_ = node_->peers().size();
+ protected:
+  void gathered() override {
+    found_ = node().peers().size();
     confirmed_.clear();
-    recipients_ = node_->messaging().post(post_);
+    recipients_ = node().messaging().post(post_);
     finish();
   }
+  bool hasOutcome() const override { return !recipients_.empty(); }
+  int report() const override;
 
-  void finish() {
-    gathering_->cancel();
-    node_->finish(closingTime, [] { RunLoop::main().stop(); });
-  }
-
-  int report() const;
+ private:
   int reportReached(const Recipients& reached) const;
   static std::string names(const Recipients& services);
 
-  NodeSetup setup_;
   Post post_;
-  double wait_ = 3.0;
-  std::shared_ptr<Node> node_;
-  std::unique_ptr<Gathering> gathering_;
-  bool interrupted_ = false;
-  std::optional<std::string> failure_;
   std::size_t found_ = 0;
   Recipients recipients_;
   std::set<std::string> confirmed_;
@@ -123,10 +86,7 @@ CLI::App* PostCommand::declare(CLI::App& parent) {
          },
          "what goes along, a JSON object")
       ->type_name("JSON");
-  app->add_option("--wait", wait_, "how many seconds to look for peers at most (default: 3)")
-      ->type_name("S")
-      ->check(CLI::Range(0.0, 3600.0).description(""));
-  declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
+  declareGatheringOptions(*app);
   app->footer(
       "It posts once it is connected to all peers that it found and nobody new has shown up for 1.5 "
       "seconds,\n"
@@ -145,18 +105,18 @@ int PostCommand::report() const {
     fmt::print(stderr, "ferrox: the connection broke before this was confirmed by {}\n", names(doubtful));
   }
   if (!reached.empty()) return reportReached(reached);
-  const bool json = setup_.options.json;
+  const bool json = writesJson();
   if (!doubtful.empty()) {
     return reportFailure(json, "the connection broke before anybody confirmed it: " + names(doubtful));
   }
-  if (found_ == 0) return reportFailure(json, fmt::format("nobody was found within {} s", wait_));
+  if (found_ == 0) return reportFailure(json, fmt::format("nobody was found within {} s", waitSeconds()));
   return reportFailure(
       json, fmt::format("{} found, but none could be connected to within {} s",
-                        found_ == 1 ? "one peer was" : fmt::format("{} peers were", found_), wait_));
+                        found_ == 1 ? "one peer was" : fmt::format("{} peers were", found_), waitSeconds()));
 }
 
 int PostCommand::reportReached(const Recipients& reached) const {
-  if (setup_.options.json) {
+  if (writesJson()) {
     FRXArray services;
     for (const auto& service : reached) services.emplace_back(recordOf(*service));
     return reportEvent(
