@@ -142,6 +142,12 @@ class RunCommand final : public Subcommand {
         "With --json, events come on stdout, one JSON object a line, and commands are read from stdin:\n"
         "  {\"cmd\": \"post\", \"name\": TEXT, \"filter\"?: TEXT, \"userInfo\"?: {...}, \"repost\"?: true}\n"
         "  {\"cmd\": \"postLocal\"|\"observe\"|\"unobserve\", \"name\": TEXT, \"filter\"?: TEXT, ...}\n"
+        "  {\"cmd\": \"addStream\", \"id\": TEXT, \"name\": TEXT, \"contentType\": "
+        "\"video-angle\"|\"moments-data\",\n"
+        "   \"path\": DIR, \"servedPath\"?: TEXT, \"port\"?: N, \"broadcast\"?: true}\n"
+        "  {\"cmd\": \"addProject\", \"id\": TEXT, \"name\": TEXT, \"path\": DIR, ...}\n"
+        "  {\"cmd\": \"removeStream\", \"servedPath\": TEXT} {\"cmd\": \"removeProject\", \"id\": TEXT} "
+        "{\"cmd\": \"list\"}\n"
         "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
         "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"\n"
         "  ferrox run --observe TakeFinished --observe Playhead=\"edit suite 3\"");
