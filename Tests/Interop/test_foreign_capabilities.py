@@ -126,10 +126,12 @@ class ForeignAsked:
     def test_offers_without_their_members_are_skipped(self):
         result, _ = self.list(A=self.replying(capabilities(
             [{"name": "no port", "path": "/streams/a"}, {"name": "S", "path": "/streams/s", "port": 1}, None, 7],
-            [{"name": "P", "id": "p"}, {"id": "nameless", "port": 1}, {"name": "a b", "id": "a b", "port": 1}])))
+            [{"name": "P", "id": "p"}, {"id": "nameless", "port": 1}, {"name": "a b", "id": "a b", "port": 1},
+             {"name": "bell", "id": "\u0007", "port": 1}])))
         a = self.peers["A"].address
         self.assertEqual(result, {"streaming": {a: [{"name": "S", "url": "http://127.0.0.1:1/streams/s"}]},
-                                  "projectsharing": {a: [{"name": "P", "url": "http://127.0.0.1:(null)/projects/p"}]}})
+                                  "projectsharing": {a: [{"name": "P", "url": "http://127.0.0.1:(null)/projects/p"},
+                                                         {"name": "a b", "url": "http://127.0.0.1:1/projects/a%20b"}]}})
 
     def test_peers_that_never_answer_are_left_out_in_time(self):
         result, log = self.list(GOOD=self.replying(capabilities()), SILENT=lambda socket, request: None,
