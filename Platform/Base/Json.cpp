@@ -304,19 +304,52 @@ bool isPlain(const char* bytes) {
   return (controls | hasZero(word ^ each * '"') | hasZero(word ^ each * '\\')) == 0;
 }
 
-void appendEscape(std::string& out, char c) {
+bool isPlain(char c) { return static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\'; }
+
+constexpr std::size_t longestEscape = 6;
+
+/// Where the next character goes.
+char* writeEscape(char* out, char c) {
   constexpr std::string_view hexDigits = "0123456789abcdef";
   const auto value = static_cast<unsigned char>(c);
   if (c == '"' || c == '\\') {
-    out += '\\';
-    out += c;
-  } else if (const std::string_view known = shortEscape(value); !known.empty()) {
-    out += known;
-  } else {
-    out += "\\u00";
-    out += hexDigits[value >> 4U];
-    out += hexDigits[value & 15U];
+    *out++ = '\\';
+    *out++ = c;
+    return out;
   }
+  if (const std::string_view known = shortEscape(value); !known.empty()) {
+    return std::copy(known.begin(), known.end(), out);
+  }
+  const std::string_view zeros = "\\u00";
+  out = std::copy(zeros.begin(), zeros.end(), out);
+  *out++ = hexDigits[value >> 4U];
+  *out++ = hexDigits[value & 15U];
+  return out;
+}
+
+/// The same for a whole piece of text.
+char* writeEscaped(char* out, std::string_view piece) {
+  std::size_t i = 0;
+  while (i < piece.size()) {
+    if (piece.size() - i >= sizeof(std::uint64_t) && isPlain(piece.data() + i)) {
+      std::memcpy(out, piece.data() + i, sizeof(std::uint64_t));
+      out += sizeof(std::uint64_t);
+      i += sizeof(std::uint64_t);
+      continue;
+    }
+    // One of the next eight is not, or the end is near.
+    bool wasPlain = true;
+    while (wasPlain && i < piece.size()) {
+      const char c = piece[i++];
+      wasPlain = isPlain(c);
+      if (wasPlain) {
+        *out++ = c;
+      } else {
+        out = writeEscape(out, c);
+      }
+    }
+  }
+  return out;
 }
 
 }  // namespace
@@ -346,18 +379,25 @@ void appendJsonInteger(std::string& out, std::int64_t number) {
 }
 
 void appendJsonString(std::string& out, std::string_view text) {
-  // Texts are mostly free of escapes: what lies between two of them is taken over in one piece.
+  // Long texts are mostly free of escapes and taken over as they are; one JSON text within another has an
+  // escape every few bytes, and is put together in pieces.
+  constexpr std::size_t pieceSize = 256;
+  std::array<char, pieceSize * longestEscape> piece;
   out += '"';
-  std::size_t plainBegin = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    while (text.size() - i > sizeof(std::uint64_t) && isPlain(text.data() + i)) i += sizeof(std::uint64_t);
-    const char c = text[i];
-    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
-    out.append(text, plainBegin, i - plainBegin);
-    appendEscape(out, c);
-    plainBegin = i + 1;
+  while (!text.empty()) {
+    std::size_t plain = 0;
+    while (text.size() - plain >= sizeof(std::uint64_t) && isPlain(text.data() + plain)) {
+      plain += sizeof(std::uint64_t);
+    }
+    if (plain >= pieceSize) {
+      out.append(text, 0, plain);
+      text.remove_prefix(plain);
+      continue;
+    }
+    const std::string_view next = text.substr(0, pieceSize);
+    out.append(piece.data(), writeEscaped(piece.data(), next));
+    text.remove_prefix(next.size());
   }
-  out.append(text, plainBegin);
   out += '"';
 }
 

@@ -15,13 +15,22 @@ namespace {
 
 enum class BuiltIn { Int, Float, String, Boolean, ID, None };
 
+/// The names differ in length, so one comparison does.
 BuiltIn builtIn(const NamedType& type) {
-  if (type.name == "Int") return BuiltIn::Int;
-  if (type.name == "Float") return BuiltIn::Float;
-  if (type.name == "String") return BuiltIn::String;
-  if (type.name == "Boolean") return BuiltIn::Boolean;
-  if (type.name == "ID") return BuiltIn::ID;
-  return BuiltIn::None;
+  switch (type.name.size()) {
+    case 2:
+      return type.name == "ID" ? BuiltIn::ID : BuiltIn::None;
+    case 3:
+      return type.name == "Int" ? BuiltIn::Int : BuiltIn::None;
+    case 5:
+      return type.name == "Float" ? BuiltIn::Float : BuiltIn::None;
+    case 6:
+      return type.name == "String" ? BuiltIn::String : BuiltIn::None;
+    case 7:
+      return type.name == "Boolean" ? BuiltIn::Boolean : BuiltIn::None;
+    default:
+      return BuiltIn::None;
+  }
 }
 
 template <typename Number>

@@ -212,6 +212,25 @@ TEST(Json, EscapesWhatHasToBeEscapedAndNothingElse) {
   EXPECT_EQ(writeJson("a\0b"s), "\"a\\u0000b\"");
 }
 
+TEST(Json, EscapesAcrossThePiecesThatLongTextsAreWrittenIn) {
+  std::mt19937 random(7);
+  for (const unsigned plainInHundred : {0U, 50U, 90U, 99U}) {
+    for (std::size_t size = 200; size < 1100; size += 37) {
+      std::string text;
+      std::string expected = "\"";
+      for (std::size_t i = 0; i < size; ++i) {
+        const char c = random() % 100 < plainInHundred ? 'x' : "\"\\\n\x01"[random() % 4];
+        text += c;
+        expected += c == 'x' ? "x" : c == '\n' ? "\\n" : c == '\x01' ? "\\u0001" : std::string("\\") + c;
+      }
+      expected += '"';
+      std::string written = "before ";
+      appendJsonString(written, text);
+      ASSERT_EQ(written, "before " + expected) << size;
+    }
+  }
+}
+
 TEST(Json, EscapesAtEveryPlaceOfATextOfEveryLength) {
   for (std::size_t size = 1; size < 40; ++size) {
     for (std::size_t place = 0; place < size; ++place) {
