@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Classes/Discovery/FRXNetService.h"
@@ -68,9 +70,19 @@ class FRXTCPServiceCheckerTests : public ::testing::Test {
   std::unique_ptr<BackgroundQueue> background_ = BackgroundQueue::makePool(4);
   PlatformServices platform_;
   std::unique_ptr<FRXTCPServiceChecker> checker_;
-  ScriptedHTTPServer server_{
-      [this](ScriptedConnection& connection) { received_ = connection.readRequest(); }};
+  std::string received() {
+    const std::lock_guard lock(receivedMutex_);
+    return received_;
+  }
+
+  std::mutex receivedMutex_;
   std::string received_ = "nothing yet";
+  // One check may still be ending while the next has begun.
+  ScriptedHTTPServer server_{[this](ScriptedConnection& connection) {
+    std::string request = connection.readRequest();
+    const std::lock_guard lock(receivedMutex_);
+    received_ = std::move(request);
+  }};
 };
 
 TEST_F(FRXTCPServiceCheckerTests, ListeningPortRespondsAndIsSentNothing) {
@@ -81,7 +93,7 @@ TEST_F(FRXTCPServiceCheckerTests, ListeningPortRespondsAndIsSentNothing) {
   EXPECT_EQ(outcome.result, Result::Responded);
   EXPECT_EQ(outcome.thread.load(), std::this_thread::get_id());
   EXPECT_TRUE(waitFor([this] { return server_.acceptCount() == 1 && server_.openCount() == 0; }));
-  EXPECT_EQ(received_, "");
+  EXPECT_EQ(received(), "");
   EXPECT_TRUE(
       log->has(LogLevel::Debug, "TCP connection successfully established with host 127.0.0.1 on port " +
                                     std::to_string(server_.port())));
