@@ -1,7 +1,6 @@
 #include "Platform/GraphQLEngine/ExecutionPlan.h"
 
 #include <algorithm>
-#include <map>
 #include <string>
 #include <utility>
 
@@ -13,14 +12,11 @@ struct ExecutionPlanner::Group {
   std::vector<const Field*> fields;
 };
 
-ExecutionPlanner::ExecutionPlanner(const Schema& schema, const Document& document, const Variables& variables,
-                                   std::size_t maxSteps)
-    : schema_(schema), document_(document), variables_(variables), stepsLeft_(maxSteps) {}
+ExecutionPlanner::ExecutionPlanner(const Schema& schema, const Document& document, const Variables& variables)
+    : schema_(schema), document_(document), variables_(variables) {}
 
-std::optional<PlannedSelection> ExecutionPlanner::plan(const OperationDefinition& operation) {
-  auto planned = planSelections(schema_.queryType(), {&operation.selectionSet});
-  if (isExhausted_) return std::nullopt;
-  return planned;
+PlannedSelection ExecutionPlanner::plan(const OperationDefinition& operation) {
+  return planSelections(schema_.queryType(), {&operation.selectionSet});
 }
 
 PlannedSelection ExecutionPlanner::planSelections(const NamedType& type,
@@ -56,7 +52,6 @@ PlannedSelection ExecutionPlanner::planSelections(const NamedType& type,
 bool ExecutionPlanner::collectFields(const NamedType& type, const SelectionSet& set, Groups& groups,
                                      VisitedFragments& visited) {
   for (const Selection& selection : set.selections) {
-    if (!takeStep()) return false;
     if (const auto* const field = std::get_if<Field>(&selection.node)) {
       if (!isIncluded(field->directives)) {
         if (directiveError_) return false;
@@ -115,15 +110,6 @@ const FragmentDefinition* ExecutionPlanner::fragment(std::string_view name) cons
   const auto found = std::find_if(document_.fragments.begin(), document_.fragments.end(),
                                   [&](const FragmentDefinition& one) { return one.name == name; });
   return found == document_.fragments.end() ? nullptr : &*found;
-}
-
-bool ExecutionPlanner::takeStep() {
-  if (stepsLeft_ == 0) {
-    isExhausted_ = true;
-    return false;
-  }
-  --stepsLeft_;
-  return true;
 }
 
 }  // namespace ferrox::graphql

@@ -1,7 +1,6 @@
 // Which fields a query asks of which type, before any object is looked at.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -26,7 +25,6 @@ struct PlannedSelection {
 /// One member of the answer: all fields of one response key, merged (section 6.3.2).
 struct PlannedField {
   std::string_view responseKey;
-  /// Null for a field that the type lacks: it is left out, as validation reports it.
   const FieldDefinition* definition = nullptr;
   CoercedArguments arguments;
   std::vector<Location> locations;
@@ -35,16 +33,14 @@ struct PlannedField {
 
 /// With no interfaces and unions, a field's type tells the type of its objects. So CollectFields, argument
 /// coercion and the merging of selection sets, which section 6 does for each object, are done here once for
-/// each field, and a list of a thousand objects costs no more of them than one.
+/// each field, and a list of a thousand objects costs no more of them than one. The document is valid: its
+/// extent is within the limits, and its fragments form no cycles.
 /// Thread: any. What it returns views the document and the schema.
 class ExecutionPlanner {
  public:
-  /// `maxSteps` bounds the visits of selections.
-  ExecutionPlanner(const Schema& schema, const Document& document, const Variables& variables,
-                   std::size_t maxSteps);
+  ExecutionPlanner(const Schema& schema, const Document& document, const Variables& variables);
 
-  /// Nothing beyond the limit of steps.
-  std::optional<PlannedSelection> plan(const OperationDefinition& operation);
+  PlannedSelection plan(const OperationDefinition& operation);
 
  private:
   struct Group;
@@ -56,13 +52,10 @@ class ExecutionPlanner {
                      VisitedFragments& visited);
   bool isIncluded(const std::vector<Directive>& directives);
   const FragmentDefinition* fragment(std::string_view name) const;
-  bool takeStep();
 
   const Schema& schema_;
   const Document& document_;
   const Variables& variables_;
-  std::size_t stepsLeft_;
-  bool isExhausted_ = false;
   std::optional<GraphQLError> directiveError_;
 };
 
