@@ -41,8 +41,7 @@ class ListCommand final : public GatheringCommand {
         "It asks once it is connected to all peers that it found and nobody new has shown up for 1.5 "
         "seconds.\n"
         "Exit status 1 when peers are there and none of them answers.\n\n"
-        "Example:\n  ferrox list\n  ffplay $(ferrox list --addresses | awk '/stream/ {print $NF; "
-        "exit}')/index.m3u8");
+        "Example:\n  ferrox list --addresses\n  ffplay http://10.0.0.7:16654/streams/cam/index.m3u8");
     return app;
   }
 
