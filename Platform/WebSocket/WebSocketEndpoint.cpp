@@ -59,7 +59,6 @@ void WebSocketEndpoint::armReceive() {
 }
 
 void WebSocketEndpoint::didReceive(std::size_t bytes) {
-  receiving_ = false;
   if (phase_ == Phase::Ended) return;
   if (bytes == 0) return end();
   lastHeard_ = thread_->now();
@@ -68,6 +67,9 @@ void WebSocketEndpoint::didReceive(std::size_t bytes) {
     framing_->read({input_.data(), bytes});
     pump();
   }
+  // Until here a listener that pauses and resumes must not start to receive over the bytes that are being
+  // read.
+  receiving_ = false;
   armReceive();
 }
 

@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -23,6 +25,7 @@ class Endpoint : public WebSocketListener {
     note([this] { ++opened; });
   }
   void webSocketDidReceiveMessage(WebSocket& socket, std::string_view text) override {
+    if (beforeTaking) beforeTaking(socket);
     note([&] { received.emplace_back(text); });
     if (echoes) socket.sendMessage(std::string(text));
   }
@@ -47,6 +50,8 @@ class Endpoint : public WebSocketListener {
   std::atomic<int> closed = 0;
   std::vector<std::string> received;
   bool echoes = true;
+  /// Runs on the connection's thread before each message is noted.
+  std::function<void(WebSocket&)> beforeTaking;
 };
 
 const std::string upgradeFields =
@@ -281,6 +286,30 @@ TEST_F(WebSocketTest, APeerThatDoesNotReadIsCutAtTheQueueLimit) {
   EXPECT_TRUE(endpoint->waitFor([&] { return endpoint->closed == 1; }));
   target->sendMessage("after the end");
   target->close();
+}
+
+TEST_F(WebSocketTest, AListenerMayPauseAndResumeWhileMoreArrives) {
+  std::string burst;
+  std::vector<std::string> expected;
+  for (int i = 0; i < 4000; ++i) {
+    expected.push_back("message " + std::to_string(i));
+    burst += textFrame(expected.back());
+  }
+  std::promise<void> allSent;
+  const std::shared_future<void> sent = allSent.get_future().share();
+  endpoint->echoes = false;
+  endpoint->beforeTaking = [sent](WebSocket& socket) {
+    // More waits in the socket than one read takes, whenever the pause ends.
+    sent.wait();
+    socket.setReading(false);
+    socket.setReading(true);
+  };
+  start();
+  RawSocket client = open();
+  EXPECT_TRUE(client.send(burst));
+  allSent.set_value();
+  EXPECT_TRUE(endpoint->waitFor([&] { return endpoint->received.size() == expected.size(); }));
+  EXPECT_EQ(endpoint->received, expected);
 }
 
 TEST_F(WebSocketTest, ASilentPeerIsPingedThenCut) {
