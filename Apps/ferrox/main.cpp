@@ -21,7 +21,7 @@ std::vector<Declared> declareAll(CLI::App& app) {
   std::vector<Declared> all;
   for (const auto make :
        {makeRunCommand, makePeersCommand, makeListCommand, makePostCommand, makeWatchCommand,
-        makeSearchCommand, makeCheckCommand, makeDoctorCommand, makeDemoCommand}) {
+        makeSearchCommand, makeCheckCommand, makeObjectIdCommand, makeDoctorCommand, makeDemoCommand}) {
     auto subcommand = make();
     CLI::App* declared = subcommand->declare(app);
     all.emplace_back(std::move(subcommand), declared);

@@ -1,5 +1,6 @@
 """Command lines, right and wrong, and subcommands that need no peer."""
 
+import base64
 import json
 import os
 import pty
@@ -12,7 +13,8 @@ import unittest
 
 from command_process import COMMAND, run
 
-SUBCOMMANDS = ("run", "peers", "list", "post", "watch", "search", "check", "doctor", "demo")
+SUBCOMMANDS = ("run", "peers", "list", "post", "watch", "search", "check", "object-id", "doctor",
+               "demo")
 
 
 class Usage(unittest.TestCase):
@@ -33,7 +35,8 @@ class Usage(unittest.TestCase):
                           ["post", "X", "--wait", "soon"],
                           ["peers", "--wait", "-1"], ["peers", "extra"], ["search"], ["search", "a b"],
                           ["check"], ["check", "localhost"], ["check", "localhost", "0"],
-                          ["check", "localhost", "70000"], ["demo", "--nodes", "2"], ["demo", "--nodes", "9"]):
+                          ["check", "localhost", "70000"], ["object-id"], ["object-id", "p", "--count", "0"],
+                          ["object-id", b"\xff"], ["demo", "--nodes", "2"], ["demo", "--nodes", "9"]):
             with self.subTest(arguments=arguments):
                 done = run(*arguments)
                 self.assertEqual(done.returncode, 2)
@@ -55,6 +58,29 @@ class Usage(unittest.TestCase):
         done = run("--version")
         self.assertEqual(done.returncode, 0)
         self.assertRegex(done.stdout, r"^ferrox \d+\.\d+\.\d+\n$")
+
+
+class ObjectId(unittest.TestCase):
+    def test_identifiers_hold_prefix_time_and_a_counter(self):
+        before = int(time.time())
+        done = run("object-id", "clip", "--count", "3")
+        self.assertEqual(done.returncode, 0)
+        texts = [base64.b64decode(line, validate=True).decode() for line in done.stdout.splitlines()]
+        self.assertEqual(len(texts), 3)
+        counters = []
+        for text in texts:
+            self.assertRegex(text, r"^clip:[0-9a-f]{24}$")
+            self.assertLessEqual(before, int(text[5:13], 16))
+            self.assertLessEqual(int(text[5:13], 16), int(time.time()))
+            self.assertEqual(text[13:23], texts[0][13:23])
+            counters.append(int(text[23:], 16))
+        self.assertEqual(counters, [(counters[0] + i) % 2**24 for i in range(3)])
+
+    def test_as_json(self):
+        done = run("object-id", "a:b", "--json")
+        event = json.loads(done.stdout)
+        self.assertEqual((event["event"], event["cmd"], event["ok"]), ("result", "object-id", True))
+        self.assertTrue(base64.b64decode(event["id"]).startswith(b"a:b:"))
 
 
 class Check(unittest.TestCase):

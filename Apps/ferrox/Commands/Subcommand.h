@@ -25,6 +25,7 @@ std::unique_ptr<Subcommand> makePostCommand();
 std::unique_ptr<Subcommand> makeWatchCommand();
 std::unique_ptr<Subcommand> makeSearchCommand();
 std::unique_ptr<Subcommand> makeCheckCommand();
+std::unique_ptr<Subcommand> makeObjectIdCommand();
 std::unique_ptr<Subcommand> makeDoctorCommand();
 std::unique_ptr<Subcommand> makeDemoCommand();
 
