@@ -77,6 +77,7 @@ class ScriptedHTTPClient : public HTTPClient {
  private:
   class Task : public HTTPClientTask {
     void cancel() override {}
+    void resume() override {}
   };
 
   mutable std::mutex mutex_;

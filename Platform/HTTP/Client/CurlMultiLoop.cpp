@@ -122,6 +122,9 @@ void CurlMultiLoop::handle(CurlInbox::Message message) {
     case Kind::Cancel:
       finish(message.id, clientError(HTTPClientErrorCancelled, "cancelled"));
       break;
+    case Kind::Resume:
+      resume(message.id);
+      break;
     case Kind::Connected:
       connected(message.id, std::move(message.socket), std::move(message.error));
       break;
@@ -166,6 +169,17 @@ void CurlMultiLoop::connected(Id id, FileDescriptor socket, std::optional<FRXErr
   if (error) return finish(id, errorOfConnecting(*error));
   found->second.transfer->useConnection(std::move(socket));
   attempt(id, found->second);
+}
+
+void CurlMultiLoop::resume(Id id) {
+  const auto found = jobs_.find(id);
+  if (found == jobs_.end()) return;
+  // What the library had already read is delivered right here, and a refusal of it ends no transfer by
+  // itself.
+  CurlTransfer& transfer = *found->second.transfer;
+  const CURLcode code = transfer.resume();
+  if (code != CURLE_OK) return finish(id, transfer.errorFor(code));
+  if (const auto deadline = transfer.deadline()) nextDeadlineCheck_ = std::min(nextDeadlineCheck_, *deadline);
 }
 
 void CurlMultiLoop::readResults() {

@@ -29,7 +29,7 @@ class CurlInbox {
  public:
   using Id = std::uint64_t;
   struct Message {
-    enum class Kind { Start, Cancel, Connected, Stop } kind;
+    enum class Kind { Start, Cancel, Resume, Connected, Stop } kind;
     Id id = 0;
     std::unique_ptr<CurlTransfer> transfer = nullptr;
     FileDescriptor socket = {};
@@ -82,6 +82,7 @@ class CurlMultiLoop {
   void attempt(Id id, Job& job);
   void connect(Id id, Job& job);
   void connected(Id id, FileDescriptor socket, std::optional<FRXError> error);
+  void resume(Id id);
   void readResults();
   void attemptDidEnd(CURL* easy, CURLcode code);
   void failTimedOut();

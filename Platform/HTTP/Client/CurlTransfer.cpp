@@ -33,6 +33,19 @@ std::string_view trimmedHeaderText(std::string_view text) {
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
+// No exception may pass through the library's C code. Nothing when there was one.
+template <typename Callback>
+std::optional<bool> answerOf(const Callback& callback) {
+  try {
+    return callback();
+  } catch (const std::exception& exception) {
+    FRX_LOG_ERROR(std::string("A callback of an HTTP request failed: ") + exception.what());
+  } catch (...) {
+    FRX_LOG_ERROR("A callback of an HTTP request failed");
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 CurlTransfer::CurlTransfer(HTTPClientRequest request, HTTPClientTarget target, HTTPClientCallbacks callbacks)
@@ -130,7 +143,7 @@ int CurlTransfer::closeSocket(void* sockets, curl_socket_t socket) {
 }
 
 std::optional<CurlTransfer::TimePoint> CurlTransfer::deadline() const {
-  if (!request_.inactivityTimeout) return std::nullopt;
+  if (!request_.inactivityTimeout || heldUp_) return std::nullopt;
   return lastActivity_ + *request_.inactivityTimeout;
 }
 
@@ -148,6 +161,13 @@ void CurlTransfer::touchIfSocketReceived() {
   const auto received =
       std::chrono::steady_clock::now() - std::chrono::milliseconds(info.tcpi_last_data_recv);
   if (received > lastActivity_) lastActivity_ = received;
+}
+
+CURLcode CurlTransfer::resume() {
+  if (!heldUp_) return CURLE_OK;
+  heldUp_ = false;
+  touch();
+  return curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
 }
 
 std::optional<FRXError> CurlTransfer::errorFor(CURLcode code) const {
@@ -180,6 +200,12 @@ std::size_t CurlTransfer::headerArrived(char* data, std::size_t size, std::size_
 
 std::size_t CurlTransfer::bodyArrived(char* data, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
+  if (!transfer.receiverIsReady()) {
+    if (transfer.refusal_ != Refusal::None) return 0;
+    // The library keeps the piece and offers it again.
+    transfer.heldUp_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
   const bool accepted = transfer.handleBody({data, size * count});
   transfer.touch();
   return accepted ? size * count : 0;
@@ -237,6 +263,13 @@ bool CurlTransfer::hasUsableLength() const {
   });
 }
 
+bool CurlTransfer::receiverIsReady() {
+  if (!callbacks_.onData || !callbacks_.wantsData) return true;
+  const std::optional<bool> ready = answerOf(callbacks_.wantsData);
+  if (!ready) refusal_ = Refusal::Cancelled;
+  return ready.value_or(false);
+}
+
 bool CurlTransfer::handleBody(std::string_view data) {
   if (callbacks_.onData) return allows([this, data] { return callbacks_.onData(data); });
   if (data.size() > request_.maxBodySize - response_.body.size()) {
@@ -247,17 +280,9 @@ bool CurlTransfer::handleBody(std::string_view data) {
   return true;
 }
 
-// No exception may pass through the library's C code.
 template <typename Callback>
 bool CurlTransfer::allows(const Callback& callback) {
-  bool allowed = false;
-  try {
-    allowed = callback();
-  } catch (const std::exception& exception) {
-    FRX_LOG_ERROR(std::string("A callback of an HTTP request failed: ") + exception.what());
-  } catch (...) {
-    FRX_LOG_ERROR("A callback of an HTTP request failed");
-  }
+  const bool allowed = answerOf(callback).value_or(false);
   if (!allowed) refusal_ = Refusal::Cancelled;
   return allowed;
 }

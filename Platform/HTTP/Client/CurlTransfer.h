@@ -52,10 +52,13 @@ class CurlTransfer {
 
   /// Notes that something happened.
   void touch() { lastActivity_ = std::chrono::steady_clock::now(); }
-  /// When the request times out unless something happens; nothing without a time-out.
+  /// When the request times out unless something happens; nothing without a time-out or while it is held up.
   std::optional<TimePoint> deadline() const;
   /// Counts bytes that reached the socket but made no complete line yet as activity as well.
   void touchIfSocketReceived();
+
+  /// Goes on when the receiver has held the body up.
+  CURLcode resume();
 
   /// The error that the ended attempt amounts to; nothing on success.
   std::optional<FRXError> errorFor(CURLcode code) const;
@@ -78,6 +81,7 @@ class CurlTransfer {
   bool handleHeaderLine(std::string_view line);
   bool headersAreComplete();
   bool hasUsableLength() const;
+  bool receiverIsReady();
   bool handleBody(std::string_view data);
   template <typename Callback>
   bool allows(const Callback& callback);
@@ -96,6 +100,7 @@ class CurlTransfer {
   FileDescriptor connection_;
   bool wantsConnection_ = false;
   bool headersComplete_ = false;
+  bool heldUp_ = false;
   std::size_t headerBytes_ = 0;
   Refusal refusal_ = Refusal::None;
   TimePoint lastActivity_ = std::chrono::steady_clock::now();

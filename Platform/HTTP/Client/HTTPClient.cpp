@@ -22,11 +22,14 @@ class CurlTask final : public HTTPClientTask {
  public:
   CurlTask(std::weak_ptr<CurlInbox> inbox, CurlInbox::Id id) : inbox_(std::move(inbox)), id_(id) {}
 
-  void cancel() override {
-    if (const auto inbox = inbox_.lock()) inbox->post({.kind = CurlInbox::Message::Kind::Cancel, .id = id_});
-  }
+  void cancel() override { tell(CurlInbox::Message::Kind::Cancel); }
+  void resume() override { tell(CurlInbox::Message::Kind::Resume); }
 
  private:
+  void tell(CurlInbox::Message::Kind what) {
+    if (const auto inbox = inbox_.lock()) inbox->post({.kind = what, .id = id_});
+  }
+
   const std::weak_ptr<CurlInbox> inbox_;
   const CurlInbox::Id id_;
 };

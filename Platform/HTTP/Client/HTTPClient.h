@@ -46,6 +46,8 @@ class HTTPClientTask {
   /// The completion follows with an error of code `HTTPClientErrorCancelled`, unless it was already under
   /// way. Thread: any
   virtual void cancel() = 0;
+  /// Goes on with a body that `wantsData` has held up; without effect on any other. Thread: any
+  virtual void resume() = 0;
 };
 
 inline constexpr const char* HTTPClientErrorDomain = "com.ferrox.http.ErrorDomain";
@@ -69,6 +71,10 @@ struct HTTPClientCallbacks {
   /// A piece of the body, valid during the call; the body is then not collected. Called on the transfer
   /// thread and so must not block for long. Returning false cancels. Optional.
   std::function<bool(std::string_view)> onData = nullptr;
+  /// Asked on the transfer thread before each piece that `onData` is to get. While it says no the body stands
+  /// still, the sender is slowed down by its full socket and no time-out runs; `HTTPClientTask::resume()`
+  /// has it asked again, also when that comes before this call has returned. Optional.
+  std::function<bool()> wantsData = nullptr;
   /// Exactly once, never inside the call that began the request, on a callback thread that may be blocked
   /// without stalling any transfer. Either an error or a response.
   std::function<void(std::optional<FRXError>, HTTPClientResponse)> onCompletion = nullptr;
