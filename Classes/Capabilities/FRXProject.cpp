@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Classes/Capabilities/OfferChanges.h"
 #include "Classes/Utilities/StringUtilities.h"
 #include "Platform/Host/Text.h"
 
@@ -15,6 +16,7 @@ std::optional<std::string> FRXProject::name() const {
 void FRXProject::setName(std::optional<std::string> name) {
   const std::lock_guard lock(mutex_);
   name_ = std::move(name);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXProject::id() const {
@@ -25,6 +27,7 @@ std::optional<std::string> FRXProject::id() const {
 void FRXProject::setId(std::optional<std::string> id) {
   const std::lock_guard lock(mutex_);
   id_ = std::move(id);
+  OfferChanges::note();
 }
 
 std::uint16_t FRXProject::port() const {
@@ -35,6 +38,7 @@ std::uint16_t FRXProject::port() const {
 void FRXProject::setPort(std::uint16_t port) {
   const std::lock_guard lock(mutex_);
   port_ = port;
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXProject::fileSystemPath() const {
@@ -45,6 +49,7 @@ std::optional<std::string> FRXProject::fileSystemPath() const {
 void FRXProject::setFileSystemPath(std::optional<std::string> path) {
   const std::lock_guard lock(mutex_);
   fileSystemPath_ = std::move(path);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXProject::key() const {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Classes/Capabilities/OfferChanges.h"
 #include "Classes/Utilities/PercentCoding.h"
 #include "Classes/Utilities/StringUtilities.h"
 #include "Platform/Host/Text.h"
@@ -29,6 +30,7 @@ std::optional<std::string> FRXStream::id() const {
 void FRXStream::setId(std::optional<std::string> id) {
   const std::lock_guard lock(mutex_);
   id_ = std::move(id);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXStream::name() const {
@@ -39,6 +41,7 @@ std::optional<std::string> FRXStream::name() const {
 void FRXStream::setName(std::optional<std::string> name) {
   const std::lock_guard lock(mutex_);
   name_ = std::move(name);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXStream::contentType() const {
@@ -49,6 +52,7 @@ std::optional<std::string> FRXStream::contentType() const {
 void FRXStream::setContentType(std::optional<std::string> contentType) {
   const std::lock_guard lock(mutex_);
   contentType_ = std::move(contentType);
+  OfferChanges::note();
 }
 
 std::uint16_t FRXStream::port() const {
@@ -59,6 +63,7 @@ std::uint16_t FRXStream::port() const {
 void FRXStream::setPort(std::uint16_t port) {
   const std::lock_guard lock(mutex_);
   port_ = port;
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXStream::servedPath() {
@@ -78,6 +83,7 @@ void FRXStream::setServedPath(const std::optional<std::string>& path) {
   auto served = path ? std::optional(servedPathFrom(*path)) : std::nullopt;
   const std::lock_guard lock(mutex_);
   servedPath_ = std::move(served);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXStream::fileSystemPath() const {
@@ -88,6 +94,7 @@ std::optional<std::string> FRXStream::fileSystemPath() const {
 void FRXStream::setFileSystemPath(std::optional<std::string> path) {
   const std::lock_guard lock(mutex_);
   fileSystemPath_ = std::move(path);
+  OfferChanges::note();
 }
 
 std::optional<std::string> FRXStream::key() {

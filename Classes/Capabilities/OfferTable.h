@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Classes/Capabilities/OfferChanges.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Log/Log.h"
@@ -37,6 +38,7 @@ class OfferTable {
     const std::lock_guard lock(mutex_);
     const bool added = offers_.emplace(std::move(*key), offer).second;
     if (added && offer->port() == 0) offer->setPort(serverPort);
+    if (added) OfferChanges::note();
     return added;
   }
 
@@ -45,6 +47,7 @@ class OfferTable {
     const auto found = offers_.find(key);
     if (found == offers_.end()) return false;
     offers_.erase(found);
+    OfferChanges::note();
     return true;
   }
 

@@ -24,6 +24,7 @@ class OfferingHost {
   void addCapability(const std::shared_ptr<FRXCapability>& capability) { table_->add(capability); }
   void offerStreams() { addCapability(streaming_); }
   void offerProjects() { addCapability(sharing_); }
+  void forgetCapabilities() { table_->clear(); }
   FRXStreamingCapability& streaming() { return *streaming_; }
 
   std::shared_ptr<FRXStream> addStream(const std::string& id, std::string contentType,
@@ -57,6 +58,10 @@ class OfferingHost {
     void add(const std::shared_ptr<FRXCapability>& capability) {
       const std::lock_guard lock(mutex_);
       capabilities_.emplace(capability->name(), capability);
+    }
+    void clear() {
+      const std::lock_guard lock(mutex_);
+      capabilities_.clear();
     }
 
    private:
