@@ -1,0 +1,40 @@
+// What a download reports.
+#pragma once
+
+#include <cstdint>
+
+#include "Platform/Base/FRXError.h"
+#include "Platform/Base/ListenerSelectors.h"
+
+namespace ferrox {
+
+class FRXDownloadOperation;
+
+/// Both operations are optional. They are called after the operation is finished.
+/// Thread: a callback thread of the HTTP client, several of them at a time
+class FRXDownloadOperationDelegate {
+ public:
+  virtual ~FRXDownloadOperationDelegate() = default;
+  /// The file stands in its place.
+  virtual void downloadOperationDidSucceed(FRXDownloadOperation& operation, std::uint64_t sizeInBytes) {
+    (void)operation, (void)sizeInBytes;
+  }
+  /// Nothing was changed.
+  virtual void downloadOperationDidFail(FRXDownloadOperation& operation, const FRXError& error) {
+    (void)operation, (void)error;
+  }
+};
+
+struct FRXDownloadOperationRespondingSelectors {
+  bool didSucceed = false;
+  bool didFail = false;
+
+  template <typename Listener>
+  static constexpr FRXDownloadOperationRespondingSelectors of() {
+    using Base = FRXDownloadOperationDelegate;
+    return {overridesOperation(&Base::downloadOperationDidSucceed, &Listener::downloadOperationDidSucceed),
+            overridesOperation(&Base::downloadOperationDidFail, &Listener::downloadOperationDidFail)};
+  }
+};
+
+}  // namespace ferrox

@@ -1,0 +1,104 @@
+#include "Platform/FileSystem/FileCopy.h"
+
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace ferrox {
+namespace {
+
+using Outcome = FileCopyResult::Outcome;
+
+// Between two of these somebody may say stop: a fraction of a second on any disk.
+constexpr std::uint64_t longestStep = std::uint64_t{32} << 20;
+constexpr std::size_t bufferSize = std::size_t{256} << 10;
+
+class Copy {
+ public:
+  Copy(int source, int target, const std::function<bool()>& mayContinue)
+      : source_(source), target_(target), mayContinue_(mayContinue) {
+    struct stat status {};
+    // What the kernel makes up on reading has no size.
+    if (::fstat(source, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
+      const off_t position = std::max(::lseek(source, 0, SEEK_CUR), off_t{0});
+      left_ = static_cast<std::uint64_t>(std::max(status.st_size - position, off_t{0}));
+    }
+  }
+
+  FileCopyResult run() {
+    // Neither call tells a failure of one side from one of the other, and not every file knows them: where
+    // they stop, for whatever reason, the plain way goes on and finds out.
+    const bool mayGoOn =
+        stepWhilePossible([this](std::size_t count) {
+          return ::copy_file_range(source_, nullptr, target_, nullptr, count, 0);
+        }) &&
+        stepWhilePossible([this](std::size_t count) { return ::sendfile(target_, source_, nullptr, count); });
+    return mayGoOn ? copyThroughBuffer() : FileCopyResult{Outcome::Stopped, 0};
+  }
+
+ private:
+  bool mayContinue() const { return !mayContinue_ || mayContinue_(); }
+
+  /// False when it was told to stop.
+  template <typename Step>
+  bool stepWhilePossible(const Step& step) {
+    while (left_ > 0) {
+      if (!mayContinue()) return false;
+      const ssize_t count = step(static_cast<std::size_t>(std::min(left_, longestStep)));
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return true;
+      left_ -= static_cast<std::uint64_t>(count);
+    }
+    return true;
+  }
+
+  FileCopyResult copyThroughBuffer() {
+    std::vector<char> buffer(left_ > 0 ? bufferSize : 0);
+    for (std::uint64_t untilAsked = 0; left_ > 0;) {
+      if (untilAsked == 0) {
+        if (!mayContinue()) return {Outcome::Stopped, 0};
+        untilAsked = longestStep;
+      }
+      const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left_, buffer.size()));
+      const ssize_t count = ::read(source_, buffer.data(), wanted);
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return {Outcome::ReadFailed, errno};
+      if (count == 0) break;
+      const auto size = static_cast<std::size_t>(count);
+      if (const int code = write(buffer.data(), size)) return {Outcome::WriteFailed, code};
+      left_ -= size;
+      untilAsked -= std::min<std::uint64_t>(untilAsked, size);
+    }
+    return {};
+  }
+
+  int write(const char* data, std::size_t size) const {
+    while (size > 0) {
+      const ssize_t count = ::write(target_, data, size);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return count < 0 ? errno : EIO;
+      data += count;
+      size -= static_cast<std::size_t>(count);
+    }
+    return 0;
+  }
+
+  const int source_;
+  const int target_;
+  const std::function<bool()>& mayContinue_;
+  std::uint64_t left_ = std::numeric_limits<std::uint64_t>::max();
+};
+
+}  // namespace
+
+FileCopyResult copyFileContent(int source, int target, const std::function<bool()>& mayContinue) {
+  return Copy(source, target, mayContinue).run();
+}
+
+}  // namespace ferrox

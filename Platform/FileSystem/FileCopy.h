@@ -1,0 +1,22 @@
+// Copying the content of one open file to another, by the kernel where it can.
+#pragma once
+
+#include <functional>
+
+namespace ferrox {
+
+struct FileCopyResult {
+  enum class Outcome { Copied, Stopped, ReadFailed, WriteFailed } outcome = Outcome::Copied;
+  /// errno of a failure.
+  int code = 0;
+};
+
+/// Copies what `source` holds from its position on to the position of `target`, which must not be opened for
+/// appending: as shared blocks or within the file system where it can, else from one to the other inside the
+/// kernel, else through a small buffer. What a regular file grows by in the meantime is not copied.
+/// `mayContinue`, where given, is asked every so many megabytes. After anything but `Copied` a part may have
+/// been written.
+/// Thread: any; blocks on the disk
+FileCopyResult copyFileContent(int source, int target, const std::function<bool()>& mayContinue = nullptr);
+
+}  // namespace ferrox
