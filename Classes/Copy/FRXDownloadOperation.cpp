@@ -102,7 +102,7 @@ class FRXDownloadOperation::Transfer {
     if (!settings_.openDirectory) return ReplacementFile::create(path, error);
     auto directory = settings_.openDirectory(error);
     if (directory == nullptr) return std::nullopt;
-    return ReplacementFile::createIn(std::move(directory), std::string(lastPathComponent(path)), error);
+    return ReplacementFile::createIn(std::move(directory), std::string(leafName(path)), error);
   }
 
   void store(const HTTPClientResponse& response) {

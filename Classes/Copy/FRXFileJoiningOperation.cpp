@@ -42,13 +42,13 @@ class Files {
   }
   std::optional<ReplacementFile> replace(const std::string& path, FRXError* error) const {
     if (!directory_) return ReplacementFile::create(path, error);
-    return ReplacementFile::createIn(directory_, std::string(lastPathComponent(path)), error);
+    return ReplacementFile::createIn(directory_, std::string(leafName(path)), error);
   }
 
  private:
   int base() const { return directory_ ? directory_->get() : AT_FDCWD; }
   const char* nameOf(const std::string& path) const {
-    return directory_ ? lastPathComponent(path).data() : path.c_str();
+    return directory_ ? leafName(path).data() : path.c_str();
   }
 
   const DirectoryHandle directory_;

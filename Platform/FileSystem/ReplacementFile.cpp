@@ -44,7 +44,7 @@ DirectoryHandle openParentDirectory(const std::string& path, FRXError* error) {
   return nullptr;
 }
 
-std::string_view lastPathComponent(std::string_view path) {
+std::string_view leafName(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
@@ -52,7 +52,7 @@ std::string_view lastPathComponent(std::string_view path) {
 std::optional<ReplacementFile> ReplacementFile::create(const std::string& path, FRXError* error) {
   auto directory = openParentDirectory(path, error);
   if (directory == nullptr) return std::nullopt;
-  return createIn(std::move(directory), std::string(lastPathComponent(path)), error);
+  return createIn(std::move(directory), std::string(leafName(path)), error);
 }
 
 std::optional<ReplacementFile> ReplacementFile::createIn(DirectoryHandle directory, std::string leaf,

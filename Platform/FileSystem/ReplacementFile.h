@@ -24,7 +24,7 @@ using DirectoryOpener = std::function<DirectoryHandle(FRXError* error)>;
 /// The directory that holds `path`.
 DirectoryHandle openParentDirectory(const std::string& path, FRXError* error = nullptr);
 /// What follows the last "/" of `path`.
-std::string_view lastPathComponent(std::string_view path);
+std::string_view leafName(std::string_view path);
 
 /// Until `commit` whatever stands under the final name stays as it is, and without a commit it stays for
 /// good: the destructor removes what was written. The temporary name cannot be guessed, and no symbolic link
