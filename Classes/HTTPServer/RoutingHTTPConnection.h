@@ -10,14 +10,11 @@
 
 #include "Classes/HTTPServer/ConnectionRequestDelegate.h"
 #include "Classes/HTTPServer/ListCapabilitiesDelegate.h"
+#include "Classes/HTTPServer/ProjectStructureKeys.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/HTTP/Server/HTTPConnection.h"
 
 namespace ferrox {
-
-/// Members of the project structure document.
-inline constexpr std::string_view FRX_FILES_JSON_KEY = "files";
-inline constexpr std::string_view FRX_DIRECTORIES_JSON_KEY = "directories";
 
 enum class RouteName {
   RouteNameGetRoot,

@@ -1,13 +1,14 @@
 #include "Platform/FileSystem/RootedPath.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
+
+#include "Platform/FileSystem/OpenBeneath.h"
+#include "Platform/Net/FileDescriptor.h"
 
 namespace ferrox {
 namespace {
@@ -15,37 +16,6 @@ namespace {
 int closeKeepingErrno(int descriptor, int code) {
   ::close(descriptor);
   errno = code;
-  return -1;
-}
-
-int openat2Beneath(int root, const std::string& relative, int flags, mode_t mode) {
-  open_how how{};
-  how.flags = static_cast<__u64>(static_cast<unsigned>(flags));
-  how.mode = (flags & O_CREAT) != 0 ? mode : 0;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-  return static_cast<int>(::syscall(SYS_openat2, root, relative.c_str(), &how, sizeof how));
-}
-
-/// For kernels before 5.6 and for sandboxes that do not know the call: one component at a time.
-int openComponents(int root, std::string_view relative, int flags, mode_t mode) {
-  int directory = ::dup(root);
-  while (directory >= 0) {
-    const std::size_t slash = relative.find('/');
-    const std::string component(relative.substr(0, slash));
-    const bool isLast = relative.find_first_not_of('/', component.size()) == std::string_view::npos;
-    const int wanted = isLast ? flags | O_NOFOLLOW : O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    const int next = ::openat(directory, component.empty() ? "." : component.c_str(), wanted, mode);
-    // A link in the middle is ENOTDIR to the kernel; say the same as openat2 does.
-    struct stat status {};
-    const bool isLink = next < 0 && errno == ENOTDIR && !isLast &&
-                        ::fstatat(directory, component.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                        S_ISLNK(status.st_mode);
-    const int code = isLink ? ELOOP : errno;
-    closeKeepingErrno(directory, code);
-    if (next < 0 || isLast) return next;
-    directory = next;
-    relative.remove_prefix(slash + 1);
-  }
   return -1;
 }
 
@@ -71,16 +41,14 @@ int RootedPath::open(std::string_view relative, int flags, mode_t mode, Links li
     return -1;
   }
   flags |= O_CLOEXEC;
-  const std::string name(relative);
-  if (links == Links::Follow) return ::open((root_ + "/" + name).c_str(), flags, mode);
+  if (links == Links::Follow) {
+    return ::open((root_ + "/" + std::string(relative)).c_str(), flags, mode);
+  }
 
-  const int root = ::open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (root < 0) return -1;
-  int opened = openat2Beneath(root, name, flags, mode);
-  if (opened < 0 && (errno == ENOSYS || errno == EPERM)) opened = openComponents(root, name, flags, mode);
-  const int code = errno;
-  closeKeepingErrno(root, code);
-  return opened;
+  const FileDescriptor root(::open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!root.isOpen()) return -1;
+  // A close that succeeds leaves errno alone.
+  return openBeneath(root.get(), relative, flags, mode);
 }
 
 int RootedPath::openRegularFile(std::string_view relative, Links links) const {

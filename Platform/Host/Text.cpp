@@ -1,10 +1,12 @@
 #include "Platform/Host/Text.h"
 
 #include <sys/random.h>
+#include <unicode/normalizer2.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -73,6 +75,25 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     }
   }
   return left.atEnd() && right.atEnd();
+}
+
+std::string caselessForm(std::string_view utf8) {
+  std::string result(utf8);
+  if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    for (char& c : result) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+    }
+    return result;
+  }
+  UErrorCode failure = U_ZERO_ERROR;
+  const icu::Normalizer2* const decomposition = icu::Normalizer2::getNFDInstance(failure);
+  if (U_FAILURE(failure)) return result;
+  icu::UnicodeString folded = decomposition->normalize(unicode(utf8), failure);
+  folded = decomposition->normalize(folded.foldCase(), failure);
+  if (U_FAILURE(failure)) return result;
+  result.clear();
+  folded.toUTF8String(result);
+  return result;
 }
 
 std::string trimmed(std::string_view utf8) {

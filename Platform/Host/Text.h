@@ -17,6 +17,9 @@ namespace ferrox::text {
 std::string upperCased(std::string_view utf8);
 /// Case-insensitive equality by Unicode simple case folding.
 bool equalsIgnoringCase(std::string_view a, std::string_view b);
+/// The same for texts that differ only in letter case or in how accents are composed: canonical caseless
+/// matching (Unicode 3.13, D145), which is what disks do that do not tell case apart.
+std::string caselessForm(std::string_view utf8);
 /// Without the characters of the white-space-and-newline class at both ends.
 std::string trimmed(std::string_view utf8);
 /// Only letters, marks and decimal digits stay.
