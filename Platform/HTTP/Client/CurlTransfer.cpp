@@ -91,6 +91,8 @@ void CurlTransfer::setRequestOptions() {
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headerList_.get());
   if (request_.method == "HEAD") {
     curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    // No body ends by it (RFC 9112 section 6.3), so whoever asked may make of the value what they will.
+    curl_easy_setopt(easy, CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
   } else if (request_.method != "GET") {
     curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
   }
@@ -253,6 +255,7 @@ bool CurlTransfer::headersAreComplete() {
 // A length that is no number, or two that differ, leave open where the answer ends (RFC 9112 section 6.3);
 // the library would read on until the connection does.
 bool CurlTransfer::hasUsableLength() const {
+  if (request_.method == "HEAD") return true;
   const std::string* const length = response_.header("Content-Length");
   if (length == nullptr) return true;
   std::uint64_t number = 0;

@@ -124,6 +124,21 @@ TEST_F(HTTPClientHostileAnswerTests, FoldedHeaderLinesAreJoined) {
   EXPECT_EQ(exchange->response.body, "ok");
 }
 
+TEST_F(HTTPClientHostileAnswerTests, LengthThatIsNoNumberIsHandedOnWhereNoBodyDependsOnIt) {
+  for (const std::string length : {"abc", "-5", "99999999999999999999999", "5, 5", ""}) {
+    ScriptedHTTPServer server(
+        ScriptedHTTPServer::answeringWith("HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\n"));
+    for (int round = 0; round < 2; ++round) {
+      const auto head = Exchange::start(*client_, {.url = server.url(), .method = "HEAD"});
+      ASSERT_TRUE(head->wait());
+      EXPECT_FALSE(head->error) << length;
+      ASSERT_NE(head->response.header("Content-Length"), nullptr) << length;
+      EXPECT_EQ(*head->response.header("Content-Length"), length);
+    }
+    EXPECT_EQ(server.acceptCount(), 1u) << length;
+  }
+}
+
 TEST_F(HTTPClientHostileAnswerTests, AnswerToTheHeadThatSendsABodyDoesNotSpoilTheNext) {
   ScriptedHTTPServer server([](ScriptedConnection& connection) {
     for (auto request = connection.readRequest(); !request.empty(); request = connection.readRequest()) {
