@@ -15,7 +15,7 @@ bool DownloadBody::append(std::string_view piece) {
   }
   if (!file_ && !openFile()) return false;
   FRXError error;
-  return check(file_->write(piece, &error), std::move(error));
+  return check(file_->write(piece, &error), error);
 }
 
 bool DownloadBody::openFile() {
@@ -34,7 +34,7 @@ bool DownloadBody::complete(std::optional<std::chrono::system_clock::time_point>
   if (modified && !check(file_->setModificationTime(*modified, &error), error)) return false;
   const bool committed = file_->commit(&error);
   file_.reset();
-  return check(committed, std::move(error));
+  return check(committed, error);
 }
 
 void DownloadBody::discard() {
@@ -42,9 +42,9 @@ void DownloadBody::discard() {
   collected_ = {};
 }
 
-bool DownloadBody::check(bool succeeded, FRXError error) {
+bool DownloadBody::check(bool succeeded, const FRXError& error) {
   if (succeeded) return true;
-  error_ = std::move(error);
+  error_ = error;
   discard();
   return false;
 }

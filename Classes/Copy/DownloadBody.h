@@ -41,7 +41,7 @@ class DownloadBody {
 
  private:
   bool openFile();
-  bool check(bool succeeded, FRXError error);
+  bool check(bool succeeded, const FRXError& error);
 
   const Opener open_;
   std::optional<std::uint64_t> expected_;
