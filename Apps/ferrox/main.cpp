@@ -19,9 +19,9 @@ using Declared = std::pair<std::unique_ptr<Subcommand>, CLI::App*>;
 
 std::vector<Declared> declareAll(CLI::App& app) {
   std::vector<Declared> all;
-  for (const auto make :
-       {makeRunCommand, makePeersCommand, makeListCommand, makePostCommand, makeWatchCommand,
-        makeSearchCommand, makeCheckCommand, makeObjectIdCommand, makeDoctorCommand, makeDemoCommand}) {
+  for (const auto make : {makeRunCommand, makePeersCommand, makeListCommand, makePostCommand,
+                          makeWatchCommand, makeSearchCommand, makeCheckCommand, makeFetchCommand,
+                          makeFollowCommand, makeObjectIdCommand, makeDoctorCommand, makeDemoCommand}) {
     auto subcommand = make();
     CLI::App* declared = subcommand->declare(app);
     all.emplace_back(std::move(subcommand), declared);

@@ -13,8 +13,8 @@ import unittest
 
 from command_process import COMMAND, run
 
-SUBCOMMANDS = ("run", "peers", "list", "post", "watch", "search", "check", "object-id", "doctor",
-               "demo")
+SUBCOMMANDS = ("run", "peers", "list", "post", "watch", "search", "check", "fetch", "follow", "object-id",
+               "doctor", "demo")
 
 
 class Usage(unittest.TestCase):
@@ -36,7 +36,15 @@ class Usage(unittest.TestCase):
                           ["peers", "--wait", "-1"], ["peers", "extra"], ["search"], ["search", "a b"],
                           ["check"], ["check", "localhost"], ["check", "localhost", "0"],
                           ["check", "localhost", "70000"], ["object-id"], ["object-id", "p", "--count", "0"],
-                          ["object-id", b"\xff"], ["demo", "--nodes", "2"], ["demo", "--nodes", "9"]):
+                          ["object-id", b"\xff"],
+                          ["fetch"], ["fetch", "http://h/x", "f"], ["fetch", "ftp://h/x", "f", "--segment", "0:1"],
+                          ["fetch", "http://h/x", "f", "--segment", "0:0"],
+                          ["fetch", "http://h/x", "f", "--segment", "18446744073709551615:2"],
+                          ["fetch", "http://h/x", "f", "--segment", "0:1", "--timeout", "0"],
+                          ["follow"], ["follow", "http://h/x"], ["follow", "h/x", "f"],
+                          ["follow", "http://h/x", "f", "--interval", "0"],
+                          ["follow", "http://h/x", "f", "--until-idle", "-1"],
+                          ["follow", "http://h/x", ""], ["demo", "--nodes", "2"], ["demo", "--nodes", "9"]):
             with self.subTest(arguments=arguments):
                 done = run(*arguments)
                 self.assertEqual(done.returncode, 2)

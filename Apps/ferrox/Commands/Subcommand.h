@@ -26,6 +26,8 @@ std::unique_ptr<Subcommand> makeWatchCommand();
 std::unique_ptr<Subcommand> makeSearchCommand();
 std::unique_ptr<Subcommand> makeCheckCommand();
 std::unique_ptr<Subcommand> makeObjectIdCommand();
+std::unique_ptr<Subcommand> makeFetchCommand();
+std::unique_ptr<Subcommand> makeFollowCommand();
 std::unique_ptr<Subcommand> makeDoctorCommand();
 std::unique_ptr<Subcommand> makeDemoCommand();
 

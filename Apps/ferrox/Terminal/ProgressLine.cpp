@@ -1,0 +1,71 @@
+#include "Apps/ferrox/Terminal/ProgressLine.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "Apps/ferrox/Terminal/Terminal.h"
+#include "Apps/ferrox/Terminal/TerminalText.h"
+
+namespace ferrox::command {
+namespace {
+
+constexpr std::chrono::milliseconds interval{200};
+constexpr std::chrono::duration<double> tooEarlyForARate{0.5};
+
+}  // namespace
+
+std::string byteText(std::uint64_t bytes) {
+  constexpr std::array units{"kB", "MB", "GB", "TB", "PB", "EB"};
+  if (bytes < 1000) return fmt::format("{} byte{}", bytes, bytes == 1 ? "" : "s");
+  double amount = static_cast<double>(bytes) / 1000;
+  std::size_t unit = 0;
+  while (amount >= 999.95 && unit + 1 < units.size()) {
+    amount /= 1000;
+    ++unit;
+  }
+  return fmt::format("{:.1f} {}", amount, units.at(unit));
+}
+
+std::string progressText(std::uint64_t done, std::optional<std::uint64_t> total,
+                         std::chrono::duration<double> elapsed) {
+  std::string text = byteText(done);
+  if (total) {
+    const double part =
+        *total == 0 ? 1 : std::min(1.0, static_cast<double>(done) / static_cast<double>(*total));
+    text = fmt::format("{:.0f}%  {} of {}", std::floor(part * 100), text, byteText(*total));
+  }
+  if (elapsed < tooEarlyForARate) return text;
+  return text + "  " + byteText(static_cast<std::uint64_t>(static_cast<double>(done) / elapsed.count())) +
+         "/s";
+}
+
+ProgressLine::ProgressLine(int descriptor)
+    : descriptor_(descriptor),
+      isShown_(isTerminal(descriptor) && Style::forDescriptor(descriptor).isColoured()) {}
+
+void ProgressLine::show(std::uint64_t done, std::optional<std::uint64_t> total) {
+  const auto now = Clock::now();
+  if (!isShown_ || now < next_) return;
+  next_ = now + interval;
+  hasLine_ = true;
+  const std::string text = progressText(done, total, now - begun_);
+  write("\r\x1b[K" + shortened(text, terminalSize(descriptor_).columns - 1));
+}
+
+void ProgressLine::clear() {
+  if (!hasLine_) return;
+  hasLine_ = false;
+  write("\r\x1b[K");
+}
+
+void ProgressLine::write(std::string_view text) const {
+  // What cannot be shown is not worth an error.
+  const auto written = ::write(descriptor_, text.data(), text.size());
+  (void)written;
+}
+
+}  // namespace ferrox::command
