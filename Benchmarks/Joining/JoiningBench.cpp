@@ -37,16 +37,17 @@ bool appendWhole(int master, const std::string& path) {
   const int piece = ::open(path.c_str(), O_RDONLY);
   struct stat status {};
   if (piece < 0 || ::fstat(piece, &status) != 0) return false;
-  std::vector<char> content(static_cast<std::size_t>(status.st_size));
+  const auto size = static_cast<std::size_t>(status.st_size);
+  const auto content = std::make_unique_for_overwrite<char[]>(size);
   std::size_t done = 0;
-  while (done < content.size()) {
-    const ssize_t count = ::read(piece, content.data() + done, content.size() - done);
+  while (done < size) {
+    const ssize_t count = ::read(piece, content.get() + done, size - done);
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);
   }
   ::close(piece);
-  for (done = 0; done < content.size();) {
-    const ssize_t count = ::write(master, content.data() + done, content.size() - done);
+  for (done = 0; done < size;) {
+    const ssize_t count = ::write(master, content.get() + done, size - done);
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);
   }

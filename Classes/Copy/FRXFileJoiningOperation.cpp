@@ -1,11 +1,13 @@
 #include "Classes/Copy/FRXFileJoiningOperation.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "Classes/Copy/DownloadErrors.h"
@@ -35,6 +37,9 @@ class Files {
     if (!file.isOpen()) setError(error, posixError(errno, path));
     return file;
   }
+  bool rename(const std::string& from, const std::string& to) const {
+    return ::renameat(base(), nameOf(from), base(), nameOf(to)) == 0;
+  }
   bool remove(const std::string& path, FRXError* error) const {
     if (::unlinkat(base(), nameOf(path), 0) == 0) return true;
     setError(error, posixError(errno, path));
@@ -60,6 +65,28 @@ struct Appended {
   bool stopped = false;
   bool isWhole() const { return !error && !stopped; }
 };
+
+/// The master, empty; `isNew` says whether there was none.
+FileDescriptor openMaster(const Files& files, const std::string& path, bool& isNew, FRXError* error) {
+  FileDescriptor master = files.open(path, O_WRONLY | O_CREAT | O_EXCL, nullptr);
+  isNew = master.isOpen();
+  return isNew ? std::move(master) : files.open(path, O_WRONLY | O_CREAT | O_TRUNC, error);
+}
+
+/// Lets a new master and its first piece be one file instead of copying it, where nobody can tell the
+/// difference. Empty when they have to stay two.
+FileDescriptor turnIntoMaster(const Files& files, const std::string& path, const std::string& masterPath,
+                              const FileDescriptor& master) {
+  FileDescriptor piece = files.open(path, O_RDWR | O_NOFOLLOW, nullptr);
+  struct stat ours {
+  }, theirs{};
+  if (!piece.isOpen() || ::fstat(piece.get(), &theirs) != 0 || ::fstat(master.get(), &ours) != 0) return {};
+  const bool isLikeTheMaster = ours.st_mode == theirs.st_mode && ours.st_uid == theirs.st_uid &&
+                               ours.st_gid == theirs.st_gid && ours.st_dev == theirs.st_dev &&
+                               ours.st_ino != theirs.st_ino && theirs.st_nlink == 1;
+  if (!isLikeTheMaster || ::lseek(piece.get(), 0, SEEK_END) < 0 || !files.rename(path, masterPath)) return {};
+  return piece;
+}
 
 /// All of the piece, or nothing: what was written of it is taken back.
 Appended appendPiece(const Files& files, const std::string& path, int master, const Operation& operation) {
@@ -136,10 +163,18 @@ void FRXFileJoiningOperation::join(const Settings& settings) {
 void FRXFileJoiningOperation::joinInPlace(const Settings& settings, DirectoryHandle directory) {
   FRXError error;
   const Files files(std::move(directory));
-  const FileDescriptor master = files.open(masterFilePath_, O_WRONLY | O_CREAT | O_TRUNC, &error);
+  bool isNew = false;
+  FileDescriptor master = openMaster(files, masterFilePath_, isNew, &error);
   if (!master.isOpen()) return masterFailed(settings, error);
   for (const std::string& path : settings.paths) {
     if (isCancelled()) break;
+    if (std::exchange(isNew, false)) {
+      FileDescriptor piece = turnIntoMaster(files, path, masterFilePath_, master);
+      if (piece.isOpen()) {
+        master = std::move(piece);
+        continue;
+      }
+    }
     const Appended appended = appendPiece(files, path, master.get(), *this);
     if (appended.writeFailed) masterFailed(settings, *appended.error);
     if (appended.error && !appended.writeFailed) setError(appended.error);

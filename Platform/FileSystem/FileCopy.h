@@ -12,8 +12,9 @@ struct FileCopyResult {
 };
 
 /// Copies what `source` holds from its position on to the position of `target`, which must not be opened for
-/// appending: as shared blocks or within the file system where it can, else from one to the other inside the
-/// kernel, else through a small buffer. What a regular file grows by in the meantime is not copied.
+/// appending: as shared blocks or by the server of a network file system where it can, else from one to the
+/// other inside the kernel, else through a small buffer. What a regular file grows by in the meantime is not
+/// copied. Room for the whole is reserved first where that is possible, without changing the target's size.
 /// `mayContinue`, where given, is asked every so many megabytes. After anything but `Copied` a part may have
 /// been written.
 /// Thread: any; blocks on the disk

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <functional>
 #include <string>
 
 #include "Classes/Copy/FRXFileJoiningOperation.h"
@@ -66,6 +68,39 @@ TEST_F(FRXFileJoiningOperationTests, EmptyAndLargePiecesKeepTheirPlaces) {
   operation->start();
   EXPECT_FALSE(operation->error());
   EXPECT_TRUE(contentOf(path()) == large + large + "end");
+}
+
+TEST_F(FRXFileJoiningOperationTests, FirstPieceBecomesANewMasterOnlyIfNobodyCanTell) {
+  const auto inodeOf = [](const std::string& file) {
+    struct stat status {};
+    EXPECT_EQ(::stat(file.c_str(), &status), 0) << file;
+    return status.st_ino;
+  };
+  const auto joinedFrom = [&](const std::function<void(const std::string&)>& prepare) {
+    std::filesystem::remove(path());
+    folder_.write("a", "first ");
+    folder_.write("b", "second");
+    prepare(path("a"));
+    const auto piece = inodeOf(path("a"));
+    const auto operation = joinOf({"a", "b"});
+    operation->start();
+    EXPECT_FALSE(operation->error());
+    EXPECT_EQ(contentOf(path()), "first second");
+    EXPECT_FALSE(std::filesystem::exists(path("a")));
+    return inodeOf(path()) == piece;
+  };
+  EXPECT_TRUE(joinedFrom([](const std::string&) {}));
+  EXPECT_FALSE(joinedFrom([](const std::string& piece) { ::chmod(piece.c_str(), 0600); }));
+  EXPECT_FALSE(joinedFrom([this](const std::string&) { folder_.write("master", "was there"); }));
+  EXPECT_FALSE(joinedFrom(
+      [this](const std::string& piece) { std::filesystem::create_hard_link(piece, path("link")); }));
+  EXPECT_EQ(contentOf(path("link")), "first ");
+  const auto real = folder_.write("real", "first ");
+  EXPECT_FALSE(joinedFrom([&real](const std::string& piece) {
+    std::filesystem::remove(piece);
+    std::filesystem::create_symlink(real, piece);
+  }));
+  EXPECT_EQ(contentOf(real), "first ");
 }
 
 TEST_F(FRXFileJoiningOperationTests, PiecesMayLieOnAnotherFileSystem) {
