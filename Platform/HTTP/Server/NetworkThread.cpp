@@ -1,6 +1,7 @@
 #include "Platform/HTTP/Server/NetworkThread.h"
 
 #include <pthread.h>
+#include <signal.h>
 
 #include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/executor_work_guard.hpp>
@@ -64,6 +65,12 @@ void NetworkThread::start() {
   impl_->work.emplace(impl_->context.get_executor());
   impl_->thread = std::thread([this] {
     ::pthread_setname_np(::pthread_self(), "frx-network");
+    // sendfile(2) to a client that has gone raises it, and knows no flag against that; the host may have left
+    // it deadly.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     impl_->run();
   });
 }

@@ -222,6 +222,19 @@ TEST_F(FileTest, ATruncatedFileEndsItsConnectionOnly) {
   }
 }
 
+/// SIGPIPE is as deadly here as in any host that does not think of it.
+TEST_F(FileTest, AClientThatGoesDuringAFileEndsItsConnectionOnly) {
+  serve("/file", folder.write("f", patternOf(4 << 20)));
+  start();
+  for (int i = 0; i < 100; ++i) {
+    RawSocket client(server.port(), false, 65536);
+    ASSERT_TRUE(client.send("GET /file HTTP/1.1\r\nHost: a\r\n\r\n"));
+    EXPECT_EQ(client.read(static_cast<std::size_t>(i) * 4000).size(), static_cast<std::size_t>(i) * 4000);
+    i % 2 == 0 ? client.reset() : client.close();
+  }
+  EXPECT_EQ(get("/small")->status, 200);
+}
+
 TEST_F(FileTest, ManyClientsReadALargeFileAtOnce) {
   const std::string bytes = patternOf(20 << 20);
   serve("/file", folder.write("f", bytes));
