@@ -208,7 +208,8 @@ std::size_t OperationQueue::operationCount() const {
 }
 
 void OperationQueue::cancelAllOperations() {
-  for (const auto& operation : operations()) operation->cancel();
+  const auto all = operations();
+  for (auto operation = all.rbegin(); operation != all.rend(); ++operation) (*operation)->cancel();
 }
 
 void OperationQueue::waitUntilAllOperationsAreFinished() {

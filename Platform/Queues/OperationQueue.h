@@ -34,6 +34,7 @@ class OperationQueue {
   /// Pending and executing operations, in the order of adding.
   std::vector<std::shared_ptr<Operation>> operations() const;
   std::size_t operationCount() const;
+  /// The last added first, so that none is started in the place of one that ends by being cancelled.
   void cancelAllOperations();
   /// Blocks until the queue is empty; never to be called from an operation.
   void waitUntilAllOperationsAreFinished();

@@ -311,6 +311,41 @@ TEST_F(OperationQueueTest, CancellingAllReachesEveryOperation) {
   queue.waitUntilAllOperationsAreFinished();
 }
 
+TEST_F(OperationQueueTest, NothingRunsInThePlaceOfWhatEndsByBeingCancelled) {
+  /// Ends as soon as it is cancelled, and then has its successor started before the next one is cancelled.
+  class Prompt final : public Operation {
+   public:
+    explicit Prompt(std::atomic<int>& ran) : ran_(ran) {}
+    void start() override {
+      if (isCancelled()) return end();
+      ++ran_;
+    }
+    void cancel() override {
+      Operation::cancel();
+      end();
+      std::this_thread::sleep_for(5ms);
+    }
+    bool isExecuting() const override { return false; }
+    bool isFinished() const override { return finished_; }
+
+   private:
+    void end() {
+      finished_ = true;
+      didChangeValueForKey("isFinished");
+    }
+    std::atomic<int>& ran_;
+    std::atomic<bool> finished_{false};
+  };
+  std::atomic<int> ran{0};
+  OperationQueue queue;
+  queue.setMaxConcurrentOperationCount(1);
+  for (int i = 0; i < 10; ++i) queue.addOperation(std::make_shared<Prompt>(ran));
+  ASSERT_TRUE(test::waitFor([&] { return ran == 1; }));
+  queue.cancelAllOperations();
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(ran, 1);
+}
+
 TEST_F(OperationQueueTest, AddsAnEqualOperationOnlyOnce) {
   const auto first = make("same");
   const auto second = make("same");
