@@ -123,12 +123,13 @@ FileTransfers::Download FileTransfers::makeDownload(const std::string& path, con
 void FileTransfers::queueDownload(const Download& download, std::function<void()> onSuccess) {
   events_.willDownload(download);
   const std::uint64_t number = nextNumber_++;
-  window_.add(download, [this, number, download, onSuccess = std::move(onSuccess)](FRXConcurrentOperation&) {
+  const auto didEnd = [this, number, download, onSuccess = std::move(onSuccess)](FRXConcurrentOperation&) {
     note(number, download->error());
     const bool succeeded = didSucceed(*download);
     events_.didEndDownload(download, succeeded || download->error());
     if (succeeded) onSuccess();
-  });
+  };
+  window_.add(download, didEnd, OperationWindow::Failure::CancelsOthers);
 }
 
 void FileTransfers::downloadWhole(const std::string& path, std::uint64_t size) {

@@ -1,5 +1,6 @@
 #include "Classes/Copy/OperationWindow.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <string_view>
 #include <unordered_map>
@@ -11,11 +12,13 @@
 namespace ferrox {
 
 /// Collects what ends, on whatever thread that is. An operation may announce its end more than once.
+/// It is told before the queue is, as it observes the operations first.
 class OperationWindow::Observer : public OperationObserver {
  public:
-  void watch(const Operation& operation, std::uint64_t number) FRX_EXCLUDES(mutex_) {
+  void watch(const std::shared_ptr<FRXConcurrentOperation>& operation, std::uint64_t number, Failure failure)
+      FRX_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
-    watched_.emplace(&operation, number);
+    watched_.emplace(operation.get(), Watched{operation, number, failure});
   }
 
   /// Numbers of those that ended since the last call; waits for one if there is none.
@@ -25,21 +28,48 @@ class OperationWindow::Observer : public OperationObserver {
     return std::exchange(ended_, {});
   }
 
+  bool hasFailed() const FRX_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    return failed_;
+  }
+
   void operationWillChangeValue(Operation&, std::string_view) override {}
   void operationDidChangeValue(Operation& operation, std::string_view key) override FRX_EXCLUDES(mutex_) {
     if (key != "isFinished" || !operation.isFinished()) return;
-    const MutexLock lock(mutex_);
-    const auto known = watched_.extract(&operation);
-    if (known.empty()) return;
-    ended_.push_back(known.mapped());
-    changed_.notify_one();
+    for (const Watched& other : didEnd(operation)) other.operation->cancel();
   }
 
  private:
-  Mutex mutex_;
+  struct Watched {
+    std::shared_ptr<FRXConcurrentOperation> operation;
+    std::uint64_t number = 0;
+    Failure failure = Failure::Ignored;
+  };
+
+  /// Those that its failure cancels: the last added first, so that none is started in the place of another
+  /// that ends by being cancelled.
+  std::vector<Watched> didEnd(const Operation& operation) FRX_EXCLUDES(mutex_) {
+    std::vector<Watched> others;
+    const MutexLock lock(mutex_);
+    const auto known = watched_.extract(&operation);
+    if (known.empty()) return others;
+    const Watched& ended = known.mapped();
+    if (ended.failure == Failure::CancelsOthers && ended.operation->error()) {
+      failed_ = true;
+      for (const auto& [key, other] : watched_) others.push_back(other);
+      std::sort(others.begin(), others.end(),
+                [](const Watched& a, const Watched& b) { return a.number > b.number; });
+    }
+    ended_.push_back(ended.number);
+    changed_.notify_one();
+    return others;
+  }
+
+  mutable Mutex mutex_;
   std::condition_variable_any changed_;
-  std::unordered_map<const Operation*, std::uint64_t> watched_ FRX_GUARDED_BY(mutex_);
+  std::unordered_map<const Operation*, Watched> watched_ FRX_GUARDED_BY(mutex_);
   std::vector<std::uint64_t> ended_ FRX_GUARDED_BY(mutex_);
+  bool failed_ FRX_GUARDED_BY(mutex_) = false;
 };
 
 OperationWindow::OperationWindow(OperationQueue& queue, std::size_t width, std::function<bool()> isCancelled)
@@ -54,14 +84,18 @@ OperationWindow::~OperationWindow() {
   handleEnded(0);
 }
 
-void OperationWindow::add(const std::shared_ptr<FRXConcurrentOperation>& operation, Ended onEnded) {
+void OperationWindow::add(const std::shared_ptr<FRXConcurrentOperation>& operation, Ended onEnded,
+                          Failure failure) {
   handleEnded(width_ - 1);
   const std::uint64_t number = added_++;
   entries_.emplace(number, Entry{operation, std::move(onEnded)});
-  observer_->watch(*operation, number);
+  observer_->watch(operation, number, failure);
   operation->addObserver(observer_);
+  const auto isInVain = [this] { return isCancelled_() || observer_->hasFailed(); };
+  if (isInVain()) operation->cancel();
   queue_.addOperation(operation);
-  if (isCancelled_()) operation->cancel();
+  // Whoever cancelled meanwhile did not see it in the queue.
+  if (isInVain()) operation->cancel();
 }
 
 void OperationWindow::wait() {
@@ -85,7 +119,8 @@ void OperationWindow::handleEnded(std::size_t allowed) {
 
 void OperationWindow::cancelFrom(std::uint64_t count) {
   // A cancelled operation may end at once, but its entry stays until it is handled.
-  for (auto entry = entries_.lower_bound(count); entry != entries_.end(); ++entry) {
+  for (auto entry = entries_.end(); entry != entries_.lower_bound(count);) {
+    --entry;
     entry->second.operation->cancel();
   }
 }

@@ -27,9 +27,17 @@ class OperationWindow {
   OperationWindow(const OperationWindow&) = delete;
   OperationWindow& operator=(const OperationWindow&) = delete;
 
+  /// What becomes of the others when an operation ends with an error.
+  enum class Failure {
+    Ignored,
+    /// They are cancelled before the queue can start another one in its place, and so is what is added later.
+    CancelsOthers,
+  };
+
   /// Queues it; `onEnded` is called from a later `add`, or from `wait`, when it is finished, and may add
   /// more.
-  void add(const std::shared_ptr<FRXConcurrentOperation>& operation, Ended onEnded);
+  void add(const std::shared_ptr<FRXConcurrentOperation>& operation, Ended onEnded,
+           Failure failure = Failure::Ignored);
   /// Until all have ended.
   void wait();
   /// How many were added so far.

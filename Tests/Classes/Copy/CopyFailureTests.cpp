@@ -21,7 +21,7 @@ class CopyFailureTests : public CopyFixture {
     peer_ = std::make_unique<ScriptedPeer>(
         threeFiles,
         std::map<std::string, std::string>{{"a", bytesOf(2000)}, {"b", bytesOf(3000)}, {"c", bytesOf(10)}},
-        [fail](ScriptedConnection& connection, const std::string& request) {
+        [fail](ScriptedConnection& connection, const std::string& request) -> bool {
           if (!request.starts_with("GET /projects/P/files/b ")) return false;
           return fail(connection, request);
         });
@@ -41,11 +41,11 @@ TEST_F(CopyFailureTests, AFailedDownloadCancelsTheRest) {
         answering(ScriptedHTTPServer::answer("sorry", "HTTP/1.1 " + std::to_string(status) + " No")));
     EXPECT_EQ(failureOf(copy), "http call failed with status code " + std::to_string(status));
     EXPECT_EQ(copy->error()->domain, "com.ferrox.download.FRXDownloadOperation.ErrorDomain");
-    EXPECT_EQ(listener_->calls(), (Calls{"progress", "cancelled", "failure"}));
+    expectCalls({"progress", "cancelled"}, "failure");
     EXPECT_TRUE(copy->isCancelled());
     EXPECT_EQ(peer_->count("GET /projects/P/files/c "), 0U);
     // What was finished stays, and nothing else stands there.
-    EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
+    expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
     EXPECT_EQ(copy->currentProgress(), 2000U);
     EXPECT_EQ(copy->receivedBytes(), 2000U);
     EXPECT_EQ(copy->finishedFileCount(), 1U);
@@ -54,19 +54,19 @@ TEST_F(CopyFailureTests, AFailedDownloadCancelsTheRest) {
 
 TEST_F(CopyFailureTests, ConnectionsThatBreakFailTheCopy) {
   const std::vector<ScriptedPeer::Handler> handlers{
-      [](ScriptedConnection& connection, const std::string&) {
+      [](ScriptedConnection& connection, const std::string&) -> bool {
         connection.reset();
-        return true;
+        throw ScriptedPeer::HangUp();
       },
-      [](ScriptedConnection& connection, const std::string&) {
+      [](ScriptedConnection& connection, const std::string&) -> bool {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 3000\r\n\r\n" + bytesOf(1000));
         connection.reset();
-        return true;
+        throw ScriptedPeer::HangUp();
       },
-      [](ScriptedConnection& connection, const std::string&) {
+      [](ScriptedConnection& connection, const std::string&) -> bool {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 3000\r\n\r\n" + bytesOf(2999));
         connection.endSending();
-        return true;
+        throw ScriptedPeer::HangUp();
       },
       answering("HTTP/1.1 200 OK\r\nContent-Length: soon\r\n\r\n"),
   };
@@ -75,27 +75,27 @@ TEST_F(CopyFailureTests, ConnectionsThatBreakFailTheCopy) {
     const auto copy = copyWithFailingDownload(handler);
     ASSERT_TRUE(copy->error());
     EXPECT_EQ(copy->error()->domain, HTTPClientErrorDomain);
-    EXPECT_EQ(listener_->calls(), (Calls{"progress", "cancelled", "failure"}));
-    EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
+    expectCalls({"progress", "cancelled"}, "failure");
+    expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
   }
 }
 
 TEST_F(CopyFailureTests, APeerThatStallsFailsAtTheTimeout) {
   const auto copy = copyWithFailingDownload(
-      [](ScriptedConnection& connection, const std::string&) {
+      [](ScriptedConnection& connection, const std::string&) -> bool {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 3000\r\n\r\n" + bytesOf(1000));
         connection.stall();
         return true;
       },
       [](Builder& builder) { builder.fileDownloadTimeout = 0.2; });
   EXPECT_EQ(copy->error()->code, HTTPClientErrorTimedOut);
-  EXPECT_EQ(listener_->calls(), (Calls{"progress", "cancelled", "failure"}));
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
+  expectCalls({"progress", "cancelled"}, "failure");
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
 }
 
 TEST_F(CopyFailureTests, ASlowPeerIsNotCutOff) {
   const auto copy = copyWithFailingDownload(
-      [](ScriptedConnection& connection, const std::string&) {
+      [](ScriptedConnection& connection, const std::string&) -> bool {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n");
         connection.drip("abc", std::chrono::milliseconds(100));
         return true;
@@ -111,10 +111,10 @@ TEST_F(CopyFailureTests, WithoutVerificationABodyIsTakenAsItComes) {
     EXPECT_EQ(failureOf(copy), "");
     EXPECT_EQ(readFile(destination() / "b"), body);
   }
-  const auto copy = copyWithFailingDownload([](ScriptedConnection& connection, const std::string&) {
+  const auto copy = copyWithFailingDownload([](ScriptedConnection& connection, const std::string&) -> bool {
     connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + bytesOf(123));
     connection.endSending();
-    return true;
+    throw ScriptedPeer::HangUp();
   });
   EXPECT_EQ(failureOf(copy), "");
   EXPECT_EQ(readFile(destination() / "b"), bytesOf(123));
@@ -133,7 +133,7 @@ TEST_F(CopyFailureTests, ProbesThatFailNameTheReason) {
         Case{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", "unexpected nil value for content length"}}) {
     listener_ = std::make_shared<RecordingCopyListener>();
     ScriptedPeer peer(threeFiles, {{"a", "1"}, {"b", "2"}, {"c", "3"}},
-                      [&](ScriptedConnection& connection, const std::string& request) {
+                      [&](ScriptedConnection& connection, const std::string& request) -> bool {
                         return request.starts_with("HEAD ") && ScriptedPeer::fileOf(request) == "b" &&
                                connection.send(test.answer);
                       });
@@ -145,9 +145,10 @@ TEST_F(CopyFailureTests, ProbesThatFailNameTheReason) {
 
 TEST_F(CopyFailureTests, SizesThatAddUpBeyond64BitsWrap) {
   const std::string huge = "HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775807\r\n\r\n";
-  ScriptedPeer peer(threeFiles, {}, [&](ScriptedConnection& connection, const std::string& request) {
+  ScriptedPeer peer(threeFiles, {}, [&](ScriptedConnection& connection, const std::string& request) -> bool {
     return request.starts_with("HEAD ") && connection.send(huge);
   });
+  listener_->onLowStorage = [](const auto& onContinue, const auto&) { onContinue(); };
   const auto copy = copyFrom(peer.url());
   EXPECT_EQ(copy->projectSize(), 9223372036854775807ULL * 3);
   EXPECT_EQ(failureOf(copy), "http call failed with status code 404");
@@ -156,7 +157,7 @@ TEST_F(CopyFailureTests, SizesThatAddUpBeyond64BitsWrap) {
 TEST_F(CopyFailureTests, ASizeThatWouldMakeTooManyPiecesFailsBeforeAnyDownload) {
   ScriptedPeer peer(
       threeFiles, {{"a", "1"}, {"b", "2"}, {"c", "3"}},
-      [&](ScriptedConnection& connection, const std::string& request) {
+      [&](ScriptedConnection& connection, const std::string& request) -> bool {
         return request.starts_with("HEAD ") && ScriptedPeer::fileOf(request) == "b" &&
                connection.send("HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775807\r\n\r\n");
       });
@@ -168,20 +169,20 @@ TEST_F(CopyFailureTests, ASizeThatWouldMakeTooManyPiecesFailsBeforeAnyDownload) 
 
 TEST_F(CopyFailureTests, APieceThatFailsLeavesTheOthersAndNoFile) {
   ScriptedPeer peer(R"({"files":["a"],"directories":[]})", {{"a", bytesOf(2500)}},
-                    [](ScriptedConnection& connection, const std::string& request) {
+                    [](ScriptedConnection& connection, const std::string& request) -> bool {
                       return ScriptedPeer::fieldOf(request, "Range") == "bytes=1000-2000" &&
                              connection.send(ScriptedHTTPServer::answer("", "HTTP/1.1 500 No"));
                     });
   const auto copy = copyFrom(peer.url(), [](Builder& builder) { builder.maxContentLength = 1000; });
   EXPECT_EQ(failureOf(copy), "http call failed with status code 500");
-  EXPECT_EQ(listener_->calls(), (Calls{"progress", "cancelled", "failure"}));
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a.0", bytesOf(1000)}}));
+  expectCalls({"progress", "cancelled"}, "failure");
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a.0", bytesOf(1000)}}));
 }
 
 TEST_F(CopyFailureTests, AJoinThatFailsIsReportedWithoutCancelling) {
   // A folder comes to stand in the place of a piece while the last one is on its way.
   ScriptedPeer peer(R"({"files":["a"],"directories":[]})", {{"a", bytesOf(2000)}},
-                    [this](ScriptedConnection&, const std::string& request) {
+                    [this](ScriptedConnection&, const std::string& request) -> bool {
                       if (ScriptedPeer::fieldOf(request, "Range") == "bytes=1000-2000") {
                         fs::remove(destination() / "a.0");
                       }
@@ -197,8 +198,8 @@ TEST_F(CopyFailureTests, ADestinationThatCannotBeMadeFailsTheCopy) {
   put("a", "x");
   folder_.write("file", "x");
   const std::string url = share();
-  for (const std::string path : {(folder_.path() / "file/below").string(), std::string("/proc/below"),
-                                 std::string("/proc/below/further")}) {
+  for (const std::string& path : {(folder_.path() / "file/below").string(), std::string("/proc/below"),
+                                  std::string("/proc/below/further")}) {
     listener_ = std::make_shared<RecordingCopyListener>();
     const auto copy = copyFrom(url, [&](Builder& builder) { builder.localProjectPath = path; });
     ASSERT_TRUE(copy->error()) << path;
@@ -233,7 +234,7 @@ TEST_F(CopyFailureTests, AFullDiskFailsTheCopyAndLeavesWholeFilesOnly) {
       builder.verifiesSizes = true;
     });
     ASSERT_TRUE(copy->error());
-    EXPECT_EQ(copy->error()->code, ENOSPC) << failureOf(copy);
+    EXPECT_NE(failureOf(copy).find("No space left on device"), std::string::npos) << failureOf(copy);
     for (const auto& [name, content] : treeOf(disk / "destination")) {
       EXPECT_TRUE(content.size() == 200'000 || (limit > 0 && name.find('.') != std::string::npos)) << name;
     }
@@ -245,7 +246,7 @@ TEST_F(CopyFailureTests, LinksThatAppearDuringTheCopyAreNotFollowed) {
   folder_.write("elsewhere/kept", "kept");
   // While the sizes are asked for, somebody puts links where files and folders are to come.
   ScriptedPeer peer(R"({"files":["d/kept","e"],"directories":["d"]})", {{"d/kept", "peer"}, {"e", "peer"}},
-                    [this](ScriptedConnection&, const std::string& request) {
+                    [this](ScriptedConnection&, const std::string& request) -> bool {
                       if (request.starts_with("HEAD ") && ScriptedPeer::fileOf(request) == "e") {
                         fs::remove(destination() / "d");
                         fs::create_directory_symlink(folder_.path() / "elsewhere", destination() / "d");
@@ -262,7 +263,7 @@ TEST_F(CopyFailureTests, LinksThatAppearDuringTheCopyAreNotFollowed) {
 
 TEST_F(CopyFailureTests, ADestinationThatIsMovedAwayIsFilledWhereItIs) {
   ScriptedPeer peer(R"({"files":["d/a"],"directories":["d"]})", {{"d/a", "peer"}},
-                    [this](ScriptedConnection&, const std::string& request) {
+                    [this](ScriptedConnection&, const std::string& request) -> bool {
                       if (request.starts_with("HEAD ")) {
                         fs::rename(destination(), folder_.path() / "moved");
                         fs::create_directory_symlink("/nowhere", destination());
@@ -274,13 +275,21 @@ TEST_F(CopyFailureTests, ADestinationThatIsMovedAwayIsFilledWhereItIs) {
 }
 
 TEST_F(CopyFailureTests, APeerThatDiesInTheMiddleFailsTheCopy) {
-  for (int i = 0; i < 50; ++i) put("f" + std::to_string(i), bytesOf(100'000));
-  const std::string url = share();
-  std::atomic<bool> stopped{false};
-  listener_->onProgress = [&](std::uint64_t progress, std::uint64_t) {
-    if (progress >= 500'000 && !stopped.exchange(true)) server_->stop();
-  };
-  const auto copy = copyFrom(url, [](Builder& builder) { builder.maxConcurrentDownloads = 2; });
+  std::map<std::string, std::string> files;
+  std::string names;
+  for (int i = 0; i < 50; ++i) {
+    files["f" + std::to_string(i)] = bytesOf(100'000);
+    names += (i == 0 ? "\"f" : ",\"f") + std::to_string(i) + '"';
+  }
+  std::atomic<int> downloads{0};
+  ScriptedPeer peer("{\"directories\":[],\"files\":[" + names + "]}", files,
+                    [&](ScriptedConnection& connection, const std::string& request) -> bool {
+                      if (!request.starts_with("GET /projects/P/files/") || ++downloads < 20) return false;
+                      connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + bytesOf(50'000));
+                      connection.reset();
+                      throw ScriptedPeer::HangUp();
+                    });
+  const auto copy = copyFrom(peer.url(), [](Builder& builder) { builder.maxConcurrentDownloads = 4; });
   ASSERT_TRUE(copy->error());
   EXPECT_EQ(copy->error()->domain, HTTPClientErrorDomain);
   EXPECT_EQ(listener_->calls().back(), "failure");

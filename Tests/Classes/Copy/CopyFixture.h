@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -42,6 +43,21 @@ inline std::string bytesOf(std::size_t size, unsigned seed = 1) {
 inline std::string readFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// What a test says of a tree without showing its contents.
+inline std::string outlineOf(const std::map<std::string, std::string>& tree) {
+  std::string outline;
+  for (const auto& [name, content] : tree) {
+    outline +=
+        name + " " + (content.size() < 40 ? content : std::to_string(content.size()) + " bytes") + "\n";
+  }
+  return outline;
+}
+/// Both are the same, byte for byte.
+inline void expectSameTree(const std::map<std::string, std::string>& found,
+                           const std::map<std::string, std::string>& expected) {
+  EXPECT_TRUE(found == expected) << "found:\n" << outlineOf(found) << "expected:\n" << outlineOf(expected);
 }
 
 /// Everything below a folder: relative path to content; "/" for a folder, "-> target" for a link.
@@ -106,6 +122,13 @@ class RecordingCopyListener final : public CopyR24ProjectOperationDelegate {
     const std::lock_guard lock(mutex_);
     return progress_;
   }
+  /// The calls but the last one, which comes after all others, in whatever order: reports of downloads that
+  /// ended one after the other may overtake each other.
+  std::multiset<std::string> callsBeforeLast() const {
+    const auto calls = this->calls();
+    return calls.empty() ? std::multiset<std::string>()
+                         : std::multiset<std::string>(calls.begin(), std::prev(calls.end()));
+  }
   std::set<std::string> operationIds() const {
     const std::lock_guard lock(mutex_);
     return ids_;
@@ -134,7 +157,9 @@ class RecordingCopyListener final : public CopyR24ProjectOperationDelegate {
 /// where a handler takes a request for itself.
 class ScriptedPeer {
  public:
+  /// Whether it has answered; it may throw `HangUp` to end the connection.
   using Handler = std::function<bool(ScriptedConnection& connection, const std::string& request)>;
+  struct HangUp {};
 
   ScriptedPeer(std::string structure, std::map<std::string, std::string> files, Handler handler = nullptr)
       : structure_(std::move(structure)), files_(std::move(files)), handler_(std::move(handler)) {}
@@ -175,7 +200,11 @@ class ScriptedPeer {
         const std::lock_guard lock(mutex_);
         requests_.push_back(request);
       }
-      if (handler_ && handler_(connection, request)) continue;
+      try {
+        if (handler_ && handler_(connection, request)) continue;
+      } catch (const HangUp&) {
+        return;
+      }
       if (!connection.send(answerTo(request))) return;
     }
   }
@@ -253,6 +282,22 @@ class CopyFixture : public HostFixture {
     Copy copy = make(url, configure);
     run(copy);
     return copy;
+  }
+  void expectCalls(const std::multiset<std::string>& before, const std::string& last) const {
+    EXPECT_EQ(listener_->callsBeforeLast(), before);
+    EXPECT_EQ(listener_->calls().back(), last);
+  }
+  /// One call for every download, each with one of these sums, and the whole in the end.
+  void expectProgress(const std::set<std::uint64_t>& sums, std::size_t count) const {
+    const auto progress = listener_->progress();
+    EXPECT_EQ(progress.size(), count);
+    std::uint64_t highest = 0;
+    for (const auto& [current, total] : progress) {
+      EXPECT_TRUE(sums.contains(current)) << current;
+      EXPECT_EQ(total, *sums.rbegin());
+      highest = std::max(highest, current);
+    }
+    EXPECT_EQ(highest, *sums.rbegin());
   }
   static std::string failureOf(const Copy& copy) {
     return copy->error() ? copy->error()->localizedDescription : "";

@@ -39,7 +39,7 @@ TEST_F(CopyOptionsTests, EmptyFilesAreMadeWhereTheyAreAllowed) {
   put("full", "x");
   const auto copy = copyFrom(share(), [](Builder& builder) { builder.allowsEmptyFiles = true; });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(copy->finishedFileCount(), 3U);
   EXPECT_EQ(listener_->calls(), (Calls{"progress", "success"}));
 }
@@ -52,7 +52,7 @@ TEST_F(CopyOptionsTests, EmptyFilesTooKeepTheirTime) {
     builder.preservesModificationTimes = true;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(timeOf(destination() / "empty"), 1'000'000'000);
 }
 
@@ -64,12 +64,12 @@ TEST_F(CopyOptionsTests, ResumingFetchesOnlyWhatIsMissing) {
   putThere("mine/notes.txt", "stays");
   const auto copy = copyFrom(peer.url(), resuming);
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), (Tree{{"d", "/"},
-                                         {"d/whole", bytesOf(3000)},
-                                         {"d/short", bytesOf(2000)},
-                                         {"missing", bytesOf(10)},
-                                         {"mine", "/"},
-                                         {"mine/notes.txt", "stays"}}));
+  expectSameTree(treeOf(destination()), (Tree{{"d", "/"},
+                                              {"d/whole", bytesOf(3000)},
+                                              {"d/short", bytesOf(2000)},
+                                              {"missing", bytesOf(10)},
+                                              {"mine", "/"},
+                                              {"mine/notes.txt", "stays"}}));
   EXPECT_EQ(peer.count("GET /projects/P/files/d%2Fwhole "), 0U);
   EXPECT_EQ(peer.count("GET /projects/P/files/"), 2U);
   EXPECT_EQ(copy->currentProgress(), copy->projectSize());
@@ -80,7 +80,7 @@ TEST_F(CopyOptionsTests, ResumingFetchesOnlyWhatIsMissing) {
 TEST_F(CopyOptionsTests, ResumingIntoNothingIsAWholeCopy) {
   put("a/b", bytesOf(100));
   EXPECT_EQ(failureOf(copyFrom(share(), resuming)), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyOptionsTests, ResumingKeepsPiecesOfTheRightSize) {
@@ -93,7 +93,7 @@ TEST_F(CopyOptionsTests, ResumingKeepsPiecesOfTheRightSize) {
     builder.maxContentLength = 1000;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), (Tree{{"a", bytesOf(3500)}}));
+  expectSameTree(treeOf(destination()), (Tree{{"a", bytesOf(3500)}}));
   EXPECT_EQ(peer.count("GET /projects/P/files/"), 2U);
   EXPECT_EQ(copy->currentProgress(), 3500U);
 }
@@ -107,7 +107,7 @@ TEST_F(CopyOptionsTests, ResumingJoinsPiecesThatAreAllThere) {
     builder.maxContentLength = 1000;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), (Tree{{"a", bytesOf(2000)}}));
+  expectSameTree(treeOf(destination()), (Tree{{"a", bytesOf(2000)}}));
   EXPECT_EQ(peer.count("GET /projects/P/files/"), 0U);
 }
 
@@ -120,7 +120,7 @@ TEST_F(CopyOptionsTests, ResumingRemovesPiecesOfAFileThatIsWhole) {
     builder.resumes = true;
     builder.maxContentLength = 1000;
   });
-  EXPECT_EQ(treeOf(destination()), (Tree{{"a", bytesOf(1500)}, {"a.1000", "not a piece"}}));
+  expectSameTree(treeOf(destination()), (Tree{{"a", bytesOf(1500)}, {"a.1000", "not a piece"}}));
 }
 
 TEST_F(CopyOptionsTests, ABrokenCopyIsResumedUntilItIsWhole) {
@@ -140,7 +140,7 @@ TEST_F(CopyOptionsTests, ABrokenCopyIsResumedUntilItIsWhole) {
     run(copy);
     EXPECT_EQ(failureOf(copy), "");
     for (const auto& [name, content] : treeOf(destination())) {
-      if (content != "/" && name.find('.') == std::string::npos) EXPECT_EQ(content.size(), 2500U) << name;
+      EXPECT_TRUE(content == "/" || content.size() == 2500U || name.find('.') != std::string::npos) << name;
     }
   }
   EXPECT_EQ(failureOf(copyFrom(url,
@@ -149,7 +149,7 @@ TEST_F(CopyOptionsTests, ABrokenCopyIsResumedUntilItIsWhole) {
                                  builder.maxContentLength = 1000;
                                })),
             "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyOptionsTests, ResumingPassesThroughNoLink) {
@@ -161,7 +161,7 @@ TEST_F(CopyOptionsTests, ResumingPassesThroughNoLink) {
   const auto copy = copyFrom(url, resuming);
   ASSERT_TRUE(copy->error());
   EXPECT_EQ(copy->error()->code, ELOOP) << failureOf(copy);
-  EXPECT_EQ(treeOf(folder_.path() / "elsewhere"), (Tree{{"kept", "kept"}}));
+  expectSameTree(treeOf(folder_.path() / "elsewhere"), (Tree{{"kept", "kept"}}));
   EXPECT_TRUE(fs::is_symlink(destination() / "d"));
 }
 
@@ -171,7 +171,7 @@ TEST_F(CopyOptionsTests, ResumingReplacesALinkInAFilesPlace) {
   fs::create_directories(destination());
   fs::create_symlink(folder_.path() / "elsewhere/kept", destination() / "kept");
   EXPECT_EQ(failureOf(copyFrom(share(), resuming)), "");
-  EXPECT_EQ(treeOf(destination()), (Tree{{"kept", "peer"}}));
+  expectSameTree(treeOf(destination()), (Tree{{"kept", "peer"}}));
   EXPECT_EQ(readFile(folder_.path() / "elsewhere/kept"), "same");
 }
 
@@ -187,7 +187,7 @@ TEST_F(CopyOptionsTests, ResumingIntoALinkFails) {
       *builder.localProjectPath += ending;
     });
     EXPECT_TRUE(copy->error());
-    EXPECT_EQ(treeOf(folder_.path() / "elsewhere"), (Tree{{"kept", "kept"}}));
+    expectSameTree(treeOf(folder_.path() / "elsewhere"), (Tree{{"kept", "kept"}}));
   }
 }
 
@@ -196,7 +196,7 @@ TEST_F(CopyOptionsTests, ResumingMeetsWhatCannotBeReplaced) {
   putThere("a/inner", "folder here");
   const auto copy = copyFrom(share(), resuming);
   ASSERT_TRUE(copy->error());
-  EXPECT_EQ(treeOf(destination()), (Tree{{"a", "/"}, {"a/inner", "folder here"}}));
+  expectSameTree(treeOf(destination()), (Tree{{"a", "/"}, {"a/inner", "folder here"}}));
 }
 
 TEST_F(CopyOptionsTests, VerifyingRefusesABodyOfAnotherSize) {
@@ -214,7 +214,7 @@ TEST_F(CopyOptionsTests, VerifyingRefusesABodyOfAnotherSize) {
       });
       ASSERT_TRUE(copy->error());
       EXPECT_EQ(listener_->calls(), (Calls{"cancelled", "failure"}));
-      EXPECT_EQ(treeOf(destination()), Tree{});
+      expectSameTree(treeOf(destination()), Tree{});
     }
   }
 }
@@ -226,7 +226,7 @@ TEST_F(CopyOptionsTests, VerifyingAcceptsWhatIsRight) {
     builder.maxContentLength = 1000;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(failureOf(copyFrom(copy->projectDownloadURL().value(), verifying)), "");
 }
 

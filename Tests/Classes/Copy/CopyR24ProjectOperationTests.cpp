@@ -68,7 +68,7 @@ TEST_F(CopyR24ProjectOperationTests, AWholeProjectComesOver) {
   fs::create_directories(project() / "empty folder/in it");
   const auto copy = copyFrom(share(), [](Builder& builder) { builder.maxConcurrentDownloads = 4; });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(listener_->milestones(), Calls{"success"});
   EXPECT_EQ(listener_->operationIds(), std::set<std::string>{copy->operationId()});
   EXPECT_EQ(copy->currentProgress(), copy->projectSize());
@@ -84,9 +84,8 @@ TEST_F(CopyR24ProjectOperationTests, EveryDownloadIsReportedWithTheSumSoFar) {
   put("b", bytesOf(20));
   put("c", bytesOf(30));
   const auto copy = copyFrom(share());
-  EXPECT_EQ(listener_->calls(), (Calls{"progress", "progress", "progress", "success"}));
-  const std::vector<std::pair<std::uint64_t, std::uint64_t>> expected{{10, 60}, {30, 60}, {60, 60}};
-  EXPECT_EQ(listener_->progress(), expected);
+  expectCalls({"progress", "progress", "progress"}, "success");
+  expectProgress({10, 30, 60}, 3);
 }
 
 TEST_F(CopyR24ProjectOperationTests, AQueueRunsIt) {
@@ -95,7 +94,7 @@ TEST_F(CopyR24ProjectOperationTests, AQueueRunsIt) {
   const auto copy = make(share());
   queue.addOperation(copy);
   queue.waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyR24ProjectOperationTests, ASecondStartDoesNothing) {
@@ -113,7 +112,7 @@ TEST_F(CopyR24ProjectOperationTests, WhatStoodInTheDestinationIsGone) {
   folder_.write("copies/destination/old/file", "old");
   folder_.write("copies/beside", "stays");
   copyFrom(share());
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(readFile(folder_.path() / "copies/beside"), "stays");
 }
 
@@ -121,7 +120,7 @@ TEST_F(CopyR24ProjectOperationTests, AFileInTheDestinationsPlaceIsReplaced) {
   put("new", "x");
   folder_.write("copies/destination", "a file");
   copyFrom(share());
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyR24ProjectOperationTests, ALinkInTheDestinationsPlaceIsReplacedAndNotFollowed) {
@@ -136,7 +135,7 @@ TEST_F(CopyR24ProjectOperationTests, ALinkInTheDestinationsPlaceIsReplacedAndNot
         copyFrom(url, [&](Builder& builder) { builder.localProjectPath = destination().string() + ending; });
     EXPECT_EQ(failureOf(copy), "");
     EXPECT_FALSE(fs::is_symlink(destination()));
-    EXPECT_EQ(treeOf(destination()), treeOf(project()));
+    expectSameTree(treeOf(destination()), treeOf(project()));
     EXPECT_EQ(readFile(folder_.path() / "elsewhere/kept"), "kept");
     EXPECT_FALSE(fs::exists(folder_.path() / "elsewhere/new"));
   }
@@ -168,10 +167,8 @@ TEST_F(CopyR24ProjectOperationTests, LargeFilesAreFetchedInPieces) {
       ranges.push_back(ScriptedPeer::fieldOf(request, "Range"));
   }
   EXPECT_EQ(ranges, (Calls{"bytes=0-1000", "bytes=1000-2000", "bytes=2000-3000"}));
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2500)}}));
-  const std::vector<std::pair<std::uint64_t, std::uint64_t>> expected{
-      {1000, 2500}, {2000, 2500}, {2500, 2500}};
-  EXPECT_EQ(listener_->progress(), expected);
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2500)}}));
+  expectProgress({1000, 2000, 2500}, 3);
 }
 
 TEST_F(CopyR24ProjectOperationTests, SizesAroundTheLimitComeOverAlike) {
@@ -183,7 +180,7 @@ TEST_F(CopyR24ProjectOperationTests, SizesAroundTheLimitComeOverAlike) {
     builder.maxConcurrentDownloads = 3;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
   EXPECT_EQ(copy->currentProgress(), copy->projectSize());
   EXPECT_EQ(copy->finishedFileCount(), sizes.size());
 }
@@ -193,7 +190,7 @@ TEST_F(CopyR24ProjectOperationTests, AFileOfExactlyTheLimitIsOnePieceAndAJoin) {
   const auto copy = copyFrom(peer.url(), [](Builder& builder) { builder.maxContentLength = 1000; });
   EXPECT_EQ(failureOf(copy), "");
   EXPECT_EQ(ScriptedPeer::fieldOf(peer.requests().back(), "Range"), "bytes=0-1000");
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(1000)}}));
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(1000)}}));
 }
 
 TEST_F(CopyR24ProjectOperationTests, FilesThatAreCalledLikePiecesAreNotMistakenForThem) {
@@ -206,14 +203,14 @@ TEST_F(CopyR24ProjectOperationTests, FilesThatAreCalledLikePiecesAreNotMistakenF
     builder.maxConcurrentDownloads = 8;
   });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyR24ProjectOperationTests, ALongNameIsNoReasonForItsPiecesToFail) {
   put(std::string(255, 'n'), bytesOf(2500));
   const auto copy = copyFrom(share(), [](Builder& builder) { builder.maxContentLength = 1000; });
   EXPECT_EQ(failureOf(copy), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyR24ProjectOperationTests, AnEmptyFileFailsTheCopyBeforeAnyDownload) {
@@ -268,7 +265,7 @@ TEST_F(CopyR24ProjectOperationTests, SettingsThatCannotWorkAreRefusedBeforeAnyth
   }
   EXPECT_EQ(listener_->calls(), Calls(settings.size(), "failure"));
   EXPECT_TRUE(peer.requests().empty());
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"old", "old"}}));
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"old", "old"}}));
 }
 
 TEST_F(CopyR24ProjectOperationTests, NoMoreDownloadsThanWantedRunAtOnce) {
@@ -333,7 +330,7 @@ TEST_F(CopyR24ProjectOperationTests, SeveralCopiesRunAtOnce) {
   for (const auto& copy : copies) {
     awaitEnd(copy);
     EXPECT_EQ(failureOf(copy), "");
-    EXPECT_EQ(treeOf(*copy->localProjectPath()), treeOf(project()));
+    expectSameTree(treeOf(*copy->localProjectPath()), treeOf(project()));
   }
 }
 
@@ -377,7 +374,7 @@ TEST_F(CopyR24ProjectOperationTests, AListenerThatBlocksDelaysNobodyElse) {
 TEST_F(CopyR24ProjectOperationTests, ACopyWithoutAListenerEndsAlike) {
   put("a", "x");
   EXPECT_EQ(failureOf(copyFrom(share(), [](Builder& builder) { builder.setDelegate(nullptr); })), "");
-  EXPECT_EQ(treeOf(destination()), treeOf(project()));
+  expectSameTree(treeOf(destination()), treeOf(project()));
 }
 
 TEST_F(CopyR24ProjectOperationTests, ManyFilesLeaveNoDescriptorsOpen) {

@@ -15,7 +15,7 @@ class CopyStructureTests : public CopyFixture {
     folder_.write("copies/beside", "beside");
     before_ = treeOf(folder_.path());
   }
-  void expectNothingChanged() const { EXPECT_EQ(treeOf(folder_.path()), before_); }
+  void expectNothingChanged() const { expectSameTree(treeOf(folder_.path()), before_); }
 
   /// Expects that the document fails the copy with such a text, that the listener hears of it, and that
   /// nothing on disk is touched and no file asked for.
@@ -132,13 +132,13 @@ TEST_F(CopyStructureTests, OtherMembersArePassedOver) {
       R"({"more":[1,{"files":["../x"]},"/"],"files":["a"],"x":{"directories":3},"directories":[],"y":null})",
       {{"a", "x"}});
   EXPECT_EQ(failureOf(copyFrom(peer.url())), "");
-  EXPECT_EQ(treeOf(destination()), (std::map<std::string, std::string>{{"a", "x"}}));
+  expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", "x"}}));
 }
 
 TEST_F(CopyStructureTests, StatusesOtherThan200FailWithoutACall) {
   for (const int status : {201, 204, 206, 301, 404, 500, 503}) {
     const std::string line = "HTTP/1.1 " + std::to_string(status) + " Whatever";
-    ScriptedPeer peer("", {}, [&](ScriptedConnection& connection, const std::string&) {
+    ScriptedPeer peer("", {}, [&](ScriptedConnection& connection, const std::string&) -> bool {
       return connection.send(status == 204 ? line + "\r\n\r\n" : ScriptedHTTPServer::answer("{}", line));
     });
     const auto copy = copyFrom(peer.url());
@@ -151,16 +151,16 @@ TEST_F(CopyStructureTests, StatusesOtherThan200FailWithoutACall) {
 }
 
 TEST_F(CopyStructureTests, TransportErrorsFailWithoutACall) {
-  ScriptedPeer resetting("", {}, [](ScriptedConnection& connection, const std::string&) {
+  ScriptedPeer resetting("", {}, [](ScriptedConnection& connection, const std::string&) -> bool {
     connection.reset();
-    return true;
+    throw ScriptedPeer::HangUp();
   });
-  ScriptedPeer shortened("", {}, [](ScriptedConnection& connection, const std::string&) {
+  ScriptedPeer shortened("", {}, [](ScriptedConnection& connection, const std::string&) -> bool {
     connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"files\":[]");
     connection.reset();
-    return true;
+    throw ScriptedPeer::HangUp();
   });
-  ScriptedPeer silent("", {}, [](ScriptedConnection& connection, const std::string&) {
+  ScriptedPeer silent("", {}, [](ScriptedConnection& connection, const std::string&) -> bool {
     connection.stall();
     return true;
   });
@@ -201,7 +201,7 @@ TEST_F(CopyStructureTests, ALongerDocumentThanAllowedFailsWithoutACall) {
 
 TEST_F(CopyStructureTests, ADocumentWithoutEndIsCutOff) {
   std::atomic<bool> gone{false};
-  ScriptedPeer peer("", {}, [&](ScriptedConnection& connection, const std::string&) {
+  ScriptedPeer peer("", {}, [&](ScriptedConnection& connection, const std::string&) -> bool {
     connection.send("HTTP/1.1 200 OK\r\n\r\n{\"directories\":[],\"files\":[\"a0\"");
     std::string more;
     for (int i = 0; i < 1000; ++i) more += ",\"" + std::string(200, 'x') + std::to_string(i) + '"';
@@ -253,7 +253,7 @@ TEST_F(CopyStructureTests, EscapesInNamesAreJustLetters) {
   ScriptedPeer peer(R"({"directories":[],"files":["%2e%2e%2fa","..%2fb","%00","..\\c","C:\\d","...","~"]})",
                     files);
   EXPECT_EQ(failureOf(copyFrom(peer.url())), "");
-  EXPECT_EQ(treeOf(destination()), files);
+  expectSameTree(treeOf(destination()), files);
   EXPECT_EQ(readFile(folder_.path() / "copies/beside"), "beside");
 }
 
