@@ -15,6 +15,17 @@ namespace {
 
 using namespace std::string_literals;
 
+TEST(Text, CaselessFormsAreEqualForTextsThatADiskMayTakeForTheSame) {
+  EXPECT_EQ(caselessForm("Take 1.MOV"), caselessForm("take 1.mov"));
+  EXPECT_EQ(caselessForm("\u00c4\u00e9"), caselessForm("a\u0308E\u0301"));
+  EXPECT_EQ(caselessForm("STRASSE"), caselessForm("stra\u00dfe"));
+  EXPECT_EQ(caselessForm("\u03a3"), caselessForm("\u03c2"));
+  EXPECT_NE(caselessForm("a"), caselessForm("\u00e4"));
+  EXPECT_NE(caselessForm("fi"), caselessForm("f i"));
+  EXPECT_NE(caselessForm("2"), caselessForm("\u00b2"));
+  EXPECT_EQ(caselessForm(""), "");
+}
+
 TEST(Text, UpperCasesByUnicodeRules) {
   EXPECT_EQ(upperCased("abc-1"), "ABC-1");
   EXPECT_EQ(upperCased("stra\u00dfe \u0151 \u03c3\u03c2"), "STRASSE \u0150 \u03a3\u03a3");
