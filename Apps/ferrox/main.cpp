@@ -19,7 +19,7 @@ using Declared = std::pair<std::unique_ptr<Subcommand>, CLI::App*>;
 
 std::vector<Declared> declareAll(CLI::App& app) {
   std::vector<Declared> all;
-  for (const auto make : {makeRunCommand, makePeersCommand, makeListCommand, makePostCommand,
+  for (const auto make : {makeRunCommand, makePeersCommand, makeListCommand, makeCopyCommand, makePostCommand,
                           makeWatchCommand, makeSearchCommand, makeCheckCommand, makeFetchCommand,
                           makeFollowCommand, makeObjectIdCommand, makeDoctorCommand, makeDemoCommand}) {
     auto subcommand = make();

@@ -54,5 +54,21 @@ TEST(CommandMembers, OfAnotherTypeAreRefused) {
   EXPECT_EQ(problemOf([](CommandMembers& m) { m.text("text"); }), "\"text\" must be a text");
 }
 
+TEST(CommandMembers, NumbersAreWholeWhereTheyHaveTo) {
+  const Command numbers = command(R"({"whole": -3, "part": 0.5, "text": "1", "none": null})");
+  CommandMembers members(numbers);
+  EXPECT_EQ(members.optionalInteger("whole"), -3);
+  EXPECT_EQ(members.optionalNumber("whole"), -3.0);
+  EXPECT_EQ(members.optionalNumber("part"), 0.5);
+  EXPECT_EQ(members.optionalInteger("none"), std::nullopt);
+  EXPECT_EQ(members.optionalNumber("absent"), std::nullopt);
+  EXPECT_EQ(members.problem(), "");
+  EXPECT_EQ(members.optionalInteger("part"), std::nullopt);
+  EXPECT_EQ(members.problem(), "\"part\" must be a whole number");
+  CommandMembers others(numbers);
+  EXPECT_EQ(others.optionalNumber("text"), std::nullopt);
+  EXPECT_EQ(others.problem(), "\"text\" must be a number");
+}
+
 }  // namespace
 }  // namespace ferrox::command

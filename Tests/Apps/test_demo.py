@@ -11,7 +11,7 @@ from command_process import COMMAND, run
 STEPS = ["published", "found", "resolved", "responsive", "connected", "fetched", "notified", "heartbeat", "offered",
          "listed", "segmentFetched", "joined",
          "caughtUp", "killed", "connectionLost", "unresponsive", "removed", "restarted", "foundAgain", "reconnected",
-         "caughtUpAgain", "left", "ended"]
+         "caughtUpAgain", "copied", "compared", "left", "ended"]
 
 
 

@@ -41,6 +41,7 @@ class GatheringCommand : public Subcommand, public NodeListener {
   Node& node() const { return *node_; }
   bool everybodyIsConnected() const { return gathering_->everybodyIsConnected(); }
   bool writesJson() const { return setup_.options.json; }
+  const NodeOptions& nodeOptions() const { return setup_.options; }
   double waitSeconds() const { return wait_; }
 
  private:

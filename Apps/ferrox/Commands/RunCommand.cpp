@@ -17,6 +17,7 @@
 #include "Apps/ferrox/Events/JsonPresenter.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
 #include "Apps/ferrox/Node/Node.h"
+#include "Apps/ferrox/Node/NodeCopies.h"
 #include "Apps/ferrox/Terminal/HumanPresenter.h"
 #include "Platform/RunLoop/RunLoop.h"
 
@@ -37,7 +38,7 @@ class RunSession final : public NodeListener {
       if (number != SIGWINCH) return end();
       if (human_ != nullptr) human_->resized();
     });
-    commands_ = std::make_unique<CommandHandler>(*node_, writer, [this] { end(); });
+    commands_ = std::make_unique<CommandHandler>(*node_, copies_, writer, [this] { end(); });
     node_->start();
     loop.run();
     node_->stop();
@@ -75,6 +76,16 @@ class RunSession final : public NodeListener {
   void messageSent(const FRXWebsocketMessage& message, const FRXNetService& recipient) override {
     presenter_->messageSent(message, recipient);
   }
+  void copyProgressed(const CopyJob& job, std::uint64_t bytes, std::uint64_t totalBytes) override {
+    presenter_->copyProgressed(job, bytes, totalBytes);
+  }
+  void copyMetLowStorage(const CopyJob& job, bool goesOn) override {
+    presenter_->copyMetLowStorage(job, goesOn);
+  }
+  void copyCancelled(const CopyJob& job) override { presenter_->copyCancelled(job); }
+  void copyEnded(const CopyJob& job, const std::optional<FRXError>& error) override {
+    presenter_->copyEnded(job, error);
+  }
 
  private:
   void makePresenter(EventWriter& writer) {
@@ -105,7 +116,7 @@ class RunSession final : public NodeListener {
 
   void end() {
     if (std::exchange(ending_, true)) return;
-    node_->finish(closingTime, [] { RunLoop::main().stop(); });
+    copies_.cancelAll([this] { node_->finish(closingTime, [] { RunLoop::main().stop(); }); });
   }
 
   /// For peers to confirm the end of their connections.
@@ -113,6 +124,7 @@ class RunSession final : public NodeListener {
 
   NodeSetup setup_;
   std::shared_ptr<Node> node_;
+  NodeCopies copies_{*this};
   std::unique_ptr<NodeListener> presenter_;
   HumanPresenter* human_ = nullptr;
   std::unique_ptr<CommandHandler> commands_;
@@ -148,6 +160,12 @@ class RunCommand final : public Subcommand {
         "  {\"cmd\": \"addProject\", \"id\": TEXT, \"name\": TEXT, \"path\": DIR, ...}\n"
         "  {\"cmd\": \"removeStream\", \"servedPath\": TEXT} {\"cmd\": \"removeProject\", \"id\": TEXT} "
         "{\"cmd\": \"list\"}\n"
+        "  {\"cmd\": \"copy\", \"url\": TEXT, \"dest\": DIR, \"maxContentLength\"?: N, "
+        "\"maxConcurrentDownloads\"?: N,\n"
+        "   \"fileDownloadTimeout\"?: S, \"onLowStorage\"?: \"abort\"|\"continue\", \"resumes\"?: true, "
+        "\"allowsEmptyFiles\"?: true,\n"
+        "   \"verifiesSizes\"?: true, \"preservesModificationTimes\"?: true} {\"cmd\": \"cancelCopy\", "
+        "\"operationId\": TEXT}\n"
         "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
         "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"\n"
         "  ferrox run --observe TakeFinished --observe Playhead=\"edit suite 3\"");

@@ -21,6 +21,7 @@ class Subcommand {
 std::unique_ptr<Subcommand> makeRunCommand();
 std::unique_ptr<Subcommand> makePeersCommand();
 std::unique_ptr<Subcommand> makeListCommand();
+std::unique_ptr<Subcommand> makeCopyCommand();
 std::unique_ptr<Subcommand> makePostCommand();
 std::unique_ptr<Subcommand> makeWatchCommand();
 std::unique_ptr<Subcommand> makeSearchCommand();

@@ -43,22 +43,15 @@ struct Answer {
 
 }  // namespace
 
-DemoOffers::~DemoOffers() {
-  std::error_code ignored;
-  if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
-}
-
 bool DemoOffers::makeFiles() {
-  std::error_code error;
-  const auto folder = std::filesystem::temp_directory_path(error) / ("ferrox-demo-" + text::randomUUID());
-  if (error || !std::filesystem::create_directory(folder, error)) return false;
-  folder_ = folder;
+  if (!folder_.make()) return false;
   segment_.clear();
   while (segment_.size() < segmentSize) segment_ += text::randomUUID();
-  std::ofstream(folder_ / segmentFile, std::ios::binary) << segment_;
-  std::ofstream(folder_ / "live.m3u8") << "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\n"
-                                       << segmentFile << "\n";
-  return std::filesystem::file_size(folder_ / segmentFile, error) == segment_.size();
+  std::ofstream(folder_.path() / segmentFile, std::ios::binary) << segment_;
+  std::ofstream(folder_.path() / "live.m3u8") << "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\n"
+                                              << segmentFile << "\n";
+  std::error_code error;
+  return std::filesystem::file_size(folder_.path() / segmentFile, error) == segment_.size();
 }
 
 StepOutcome DemoOffers::advertise(DemoRole& from, const DemoRole& to) {
@@ -68,12 +61,12 @@ StepOutcome DemoOffers::advertise(DemoRole& from, const DemoRole& to) {
                    {"id", "angle-a"},
                    {"name", streamName},
                    {"contentType", FRXContentTypeVideoAngle},
-                   {"path", folder_.string()},
+                   {"path", folder_.path().string()},
                    {"broadcast", true}});
   from.node->send({{"cmd", "addProject"},
                    {"id", "rushes"},
                    {"name", projectName},
-                   {"path", folder_.string()},
+                   {"path", folder_.path().string()},
                    {"broadcast", true}});
   return stage_.expectAll(
       {{"the stream", [&] { return broadcast(to, FRXStreamingCapabilityNotification, "streams", cause); }},

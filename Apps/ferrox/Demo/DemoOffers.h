@@ -1,20 +1,19 @@
 // What the nodes of a demonstration offer each other: a stream and a project, listed and fetched.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 
+#include "Apps/ferrox/Demo/DemoFolder.h"
 #include "Apps/ferrox/Demo/DemoStage.h"
 #include "Apps/ferrox/Demo/Story.h"
 
 namespace ferrox::command {
 
-/// Keeps the offered files in a folder of its own, which goes with it. Thread: one
+/// Thread: one
 class DemoOffers {
  public:
   explicit DemoOffers(DemoStage& stage) : stage_(stage) {}
-  ~DemoOffers();
   DemoOffers(const DemoOffers&) = delete;
   DemoOffers& operator=(const DemoOffers&) = delete;
 
@@ -37,7 +36,7 @@ class DemoOffers {
                            const DemoRole& offering);
 
   DemoStage& stage_;
-  std::filesystem::path folder_;
+  DemoFolder folder_;
   std::string segment_;
   std::string streamURL_;
 };

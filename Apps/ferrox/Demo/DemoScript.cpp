@@ -47,6 +47,7 @@ DemoScript::DemoScript(DemoStage& stage, Story& story)
       story_(story),
       talk_(stage),
       offers_(stage),
+      copy_(stage),
       last_(stage.roles().back()),
       begun_(now()),
       killed_(begun_) {}
@@ -54,10 +55,10 @@ DemoScript::DemoScript(DemoStage& stage, Story& story)
 int DemoScript::play() {
   story_.begin(
       fmt::format("{} nodes on this machine, without a server, a daemon or root", stage_.roles().size()));
-  const bool succeeded = meet() && offer() && join() && lose() && comeBack() && part();
+  const bool succeeded = meet() && offer() && join() && lose() && comeBack() && takeHome() && part();
   if (stage_.interrupted()) return ExitInterrupted;
   story_.end(succeeded, between(begun_, now()),
-             succeeded ? "They met, talked, offered, lost one, and found it again."
+             succeeded ? "They met, talked, offered, lost one, found it again, and took a project home."
                        : "The step above did not happen within its time.");
   return succeeded ? ExitDone : ExitFailed;
 }
@@ -98,6 +99,12 @@ bool DemoScript::comeBack() {
          step("foundAgain", "Found again", [this] { return findAgain(); }) &&
          step("reconnected", "Connected again", [this] { return connectAgain(); }) &&
          step("caughtUpAgain", "Told the latest again", [this] { return catchUp(); });
+}
+
+bool DemoScript::takeHome() {
+  return step("copied", "Project copied",
+              [this] { return copy_.copy(*founders().back(), *founders().front()); }) &&
+         step("compared", "Copy compared", [this] { return copy_.compare(); });
 }
 
 bool DemoScript::part() {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Apps/ferrox/Demo/DemoCopy.h"
 #include "Apps/ferrox/Demo/DemoOffers.h"
 #include "Apps/ferrox/Demo/DemoStage.h"
 #include "Apps/ferrox/Demo/DemoTalk.h"
@@ -30,6 +31,7 @@ class DemoScript {
   bool join();
   bool lose();
   bool comeBack();
+  bool takeHome();
   bool part();
 
   StepOutcome publish();
@@ -67,6 +69,7 @@ class DemoScript {
   Story& story_;
   DemoTalk talk_;
   DemoOffers offers_;
+  DemoCopy copy_;
   DemoRole& last_;
   Instant begun_;
   Instant killed_;

@@ -51,6 +51,23 @@ std::uint16_t CommandMembers::optionalPort(std::string_view key) {
   return 0;
 }
 
+std::optional<std::int64_t> CommandMembers::optionalInteger(std::string_view key) {
+  const FRXValue* value = optional(key);
+  if (value == nullptr) return std::nullopt;
+  if (const std::int64_t* number = value->asInteger()) return *number;
+  refuse(key, "must be a whole number");
+  return std::nullopt;
+}
+
+std::optional<double> CommandMembers::optionalNumber(std::string_view key) {
+  const FRXValue* value = optional(key);
+  if (value == nullptr) return std::nullopt;
+  if (const std::int64_t* number = value->asInteger()) return static_cast<double>(*number);
+  if (const double* number = value->asDouble()) return *number;
+  refuse(key, "must be a number");
+  return std::nullopt;
+}
+
 const FRXValue* CommandMembers::optional(std::string_view key) const {
   const FRXValue* value = members_.member(key);
   return value == nullptr || value->isNull() ? nullptr : value;

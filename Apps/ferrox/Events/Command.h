@@ -32,6 +32,9 @@ class CommandMembers {
   bool optionalFlag(std::string_view key);
   /// 0 when there is none.
   std::uint16_t optionalPort(std::string_view key);
+  /// Nothing when there is none.
+  std::optional<std::int64_t> optionalInteger(std::string_view key);
+  std::optional<double> optionalNumber(std::string_view key);
   /// What no member tells by itself is wrong with this one.
   void refuse(std::string_view key, std::string_view expectation);
 

@@ -7,6 +7,7 @@
 
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Events/LineSplitter.h"
+#include "Apps/ferrox/Node/NodeCopies.h"
 #include "Classes/Capabilities/FRXStream.h"
 #include "Classes/Discovery/FRXNetService.h"
 #include "Platform/Base/Json.h"
@@ -39,8 +40,9 @@ std::optional<Offer> offerOf(CommandMembers& members) {
 
 }  // namespace
 
-CommandHandler::CommandHandler(Node& node, EventWriter& writer, std::function<void()> quit)
-    : node_(node), writer_(writer), quit_(std::move(quit)) {}
+CommandHandler::CommandHandler(Node& node, NodeCopies& copies, EventWriter& writer,
+                               std::function<void()> quit)
+    : node_(node), copies_(copies), writer_(writer), quit_(std::move(quit)) {}
 
 void CommandHandler::handleLine(const std::string& line) {
   if (line.find_first_not_of(" \t") == std::string::npos) return;
@@ -67,7 +69,7 @@ void CommandHandler::reportTooLong() {
 
 void CommandHandler::dispatch(const Command& command) {
   using Handler = void (CommandHandler::*)(const Command&);
-  static constexpr std::array<std::pair<std::string_view, Handler>, 13> handlers{{
+  static constexpr std::array<std::pair<std::string_view, Handler>, 15> handlers{{
       {"post", &CommandHandler::post},
       {"postLocal", &CommandHandler::postLocal},
       {"observe", &CommandHandler::observe},
@@ -77,6 +79,8 @@ void CommandHandler::dispatch(const Command& command) {
       {"addProject", &CommandHandler::addProject},
       {"removeProject", &CommandHandler::removeProject},
       {"list", &CommandHandler::list},
+      {"copy", &CommandHandler::copy},
+      {"cancelCopy", &CommandHandler::cancelCopy},
       {"peers", &CommandHandler::peers},
       {"search", &CommandHandler::search},
       {"status", &CommandHandler::status},
@@ -88,8 +92,7 @@ void CommandHandler::dispatch(const Command& command) {
   if (command.name != "quit") {
     return fail(command,
                 "unknown command; known are post, postLocal, observe, unobserve, addStream, removeStream, "
-                "addProject, "
-                "removeProject, list, peers, search, status, rename, quit");
+                "addProject, removeProject, list, copy, cancelCopy, peers, search, status, rename, quit");
   }
   succeed(command, {});
   quit_();
@@ -214,6 +217,21 @@ void CommandHandler::list(const Command& command) {
                writer_.write("capabilities", {{"result", described}});
                succeed(command, {{"result", std::move(described)}});
              });
+}
+
+void CommandHandler::copy(const Command& command) {
+  std::string problem;
+  const auto request = CopyRequest::fromCommand(command, problem);
+  if (!request) return fail(command, problem);
+  succeed(command, {{"operationId", copies_.start(*request)}});
+}
+
+void CommandHandler::cancelCopy(const Command& command) {
+  CommandMembers members(command);
+  const std::string id = members.name("operationId");
+  if (!members.problem().empty()) return fail(command, members.problem());
+  if (!copies_.cancel(id)) return fail(command, "no copy with this id is under way");
+  succeed(command, {});
 }
 
 void CommandHandler::succeed(const Command& command, FRXDictionary members) {

@@ -11,12 +11,13 @@
 namespace ferrox::command {
 
 class EventWriter;
+class NodeCopies;
 
 /// Thread: main
 class CommandHandler {
  public:
   /// All are borrowed and outlive the handler's last answer; `quit` ends the process's work.
-  CommandHandler(Node& node, EventWriter& writer, std::function<void()> quit);
+  CommandHandler(Node& node, NodeCopies& copies, EventWriter& writer, std::function<void()> quit);
 
   /// One line of input. Whatever it holds, the node goes on.
   void handleLine(const std::string& line);
@@ -37,11 +38,14 @@ class CommandHandler {
   void addProject(const Command& command);
   void removeProject(const Command& command);
   void list(const Command& command);
+  void copy(const Command& command);
+  void cancelCopy(const Command& command);
   void answerRemoval(const Command& command, bool removed, std::string_view otherwise);
   void succeed(const Command& command, FRXDictionary members);
   void fail(const Command& command, std::string_view reason);
 
   Node& node_;
+  NodeCopies& copies_;
   EventWriter& writer_;
   std::function<void()> quit_;
 };

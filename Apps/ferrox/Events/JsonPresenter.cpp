@@ -1,5 +1,6 @@
 #include "Apps/ferrox/Events/JsonPresenter.h"
 
+#include "Apps/ferrox/Events/CopyEvents.h"
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Version.h"
 #include "Classes/Discovery/FRXNetService.h"
@@ -85,6 +86,20 @@ void JsonPresenter::messageSent(const FRXWebsocketMessage& message, const FRXNet
                                 {"subject", textOrNull(message.subject())},
                                 {"type", static_cast<std::int64_t>(message.messageType())},
                                 {"service", recordOf(recipient)}});
+}
+
+void JsonPresenter::copyProgressed(const CopyJob& job, std::uint64_t bytes, std::uint64_t totalBytes) {
+  writer_.write("copyProgress", copyProgressMembers(job, bytes, totalBytes));
+}
+
+void JsonPresenter::copyMetLowStorage(const CopyJob& job, bool) {
+  writer_.write("copyLowStorage", copyMembers(job));
+}
+
+void JsonPresenter::copyCancelled(const CopyJob& job) { writer_.write("copyCancelled", copyMembers(job)); }
+
+void JsonPresenter::copyEnded(const CopyJob& job, const std::optional<FRXError>& error) {
+  writer_.write("copyCompleted", copyCompletedMembers(job, error));
 }
 
 }  // namespace ferrox::command

@@ -25,6 +25,10 @@ class JsonPresenter final : public NodeListener {
   void messageReceived(const FRXNotification& notification, const FRXNetService& sender,
                        const std::string& sessionId) override;
   void messageSent(const FRXWebsocketMessage& message, const FRXNetService& recipient) override;
+  void copyProgressed(const CopyJob& job, std::uint64_t bytes, std::uint64_t totalBytes) override;
+  void copyMetLowStorage(const CopyJob& job, bool goesOn) override;
+  void copyCancelled(const CopyJob& job) override;
+  void copyEnded(const CopyJob& job, const std::optional<FRXError>& error) override;
 
  private:
   EventWriter& writer_;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Apps/ferrox/Copy/CopyJob.h"
 #include "Apps/ferrox/Node/Peer.h"
 
 namespace ferrox {
@@ -49,9 +50,8 @@ struct SeenNotification {
 };
 
 /// Thread: main
-class NodeListener {
+class NodeListener : public CopyListener {
  public:
-  virtual ~NodeListener() = default;
   virtual void nodeStarted(const NodeIdentity&) {}
   /// The node could not start; nothing else follows.
   virtual void nodeFailed(const std::string& /*reason*/) {}
