@@ -1,35 +1,42 @@
 #include "Classes/Copy/DownloadBody.h"
 
-#include <utility>
+#include <algorithm>
 
 namespace ferrox {
+
+void DownloadBody::expect(std::optional<std::uint64_t> size) {
+  expected_ = size;
+  // Large writes are quick where the blocks are reserved, and several times slower where they are not.
+  gatheredSize_ = isKnownToBeLarge() ? largeWriteSize : smallSize;
+}
+
+bool DownloadBody::isKnownToBeLarge() const { return expected_.value_or(0) > smallSize; }
 
 bool DownloadBody::append(std::string_view piece) {
   if (error_) return false;
   size_ += piece.size();
-  const bool isLarge = size_ > smallSize || expected_.value_or(0) > smallSize;
-  if (!file_ && !isLarge) {
-    if (expected_) collected_.reserve(static_cast<std::size_t>(*expected_));
-    collected_.append(piece);
-    return true;
+  if (gathered_.empty()) {
+    const std::uint64_t most = gatheredSize_ + piece.size();
+    gathered_.reserve(static_cast<std::size_t>(std::min(expected_.value_or(0), most)));
   }
-  if (!file_ && !openFile()) return false;
-  FRXError error;
-  return check(file_->write(piece, &error), error);
+  gathered_.append(piece);
+  return gathered_.size() <= gatheredSize_ || writeGathered();
 }
 
-bool DownloadBody::openFile() {
+bool DownloadBody::writeGathered() {
   FRXError error;
-  file_ = open_(&error);
-  if (!check(file_.has_value(), error)) return false;
-  if (expected_.value_or(0) > smallSize && !check(file_->preallocate(*expected_, &error), error))
-    return false;
-  const std::string collected = std::exchange(collected_, {});
-  return check(file_->write(collected, &error), error);
+  if (!file_) {
+    file_ = open_(&error);
+    if (!check(file_.has_value(), error)) return false;
+    if (isKnownToBeLarge() && !check(file_->preallocate(*expected_, &error), error)) return false;
+  }
+  if (!check(file_->write(gathered_, &error), error)) return false;
+  gathered_.clear();
+  return true;
 }
 
 bool DownloadBody::complete(std::optional<std::chrono::system_clock::time_point> modified) {
-  if (error_ || (!file_ && !openFile())) return false;
+  if (error_ || !writeGathered()) return false;
   FRXError error;
   if (modified && !check(file_->setModificationTime(*modified, &error), error)) return false;
   const bool committed = file_->commit(&error);
@@ -39,7 +46,7 @@ bool DownloadBody::complete(std::optional<std::chrono::system_clock::time_point>
 
 void DownloadBody::discard() {
   file_.reset();
-  collected_ = {};
+  gathered_ = {};
 }
 
 bool DownloadBody::check(bool succeeded, const FRXError& error) {

@@ -52,9 +52,9 @@ TEST_F(FRXDownloadOperationTests, BeginsWithNothingConfigured) {
 }
 
 TEST_F(FRXDownloadOperationTests, BodiesOfEverySizeArriveWhole) {
-  const std::size_t small = DownloadBody::smallSize;
-  for (const std::size_t size :
-       {std::size_t{0}, std::size_t{1}, small - 1, small, small + 1, 20 * small + 7}) {
+  constexpr std::size_t small = DownloadBody::smallSize, large = DownloadBody::largeWriteSize;
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, small - 1, small, small + 1, large - 1,
+                                 large, large + 1, 20 * small + 7}) {
     const std::string body = recognisableBytes(size);
     for (const bool announced : {true, false}) {
       ScriptedHTTPServer server([&body, announced](ScriptedConnection& connection) {
