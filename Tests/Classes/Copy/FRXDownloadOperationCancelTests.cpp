@@ -104,11 +104,11 @@ TEST_F(FRXDownloadOperationCancelTests, FailureOfACancelledOneIsStillAFailure) {
 TEST_F(FRXDownloadOperationCancelTests, CancelledAtAnyMomentTheFileIsWholeOrAbsent) {
   const std::string body = recognisableBytes(400000);
   ScriptedHTTPServer server(ScriptedHTTPServer::answeringWith(ScriptedHTTPServer::answer(body)));
-  for (int delay = 0; delay < 60; ++delay) {
+  for (int delay = 0; delay < 30; ++delay) {
     std::filesystem::remove(path());
     const auto operation = listenedDownload(server.url());
     std::thread canceller([&operation, delay] {
-      std::this_thread::sleep_for(std::chrono::microseconds(40 * delay));
+      std::this_thread::sleep_for(std::chrono::microseconds(80 * delay));
       operation->cancel();
     });
     operation->start();

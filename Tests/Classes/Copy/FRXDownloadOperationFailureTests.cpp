@@ -116,7 +116,7 @@ TEST_F(FRXDownloadOperationFailureTests, StalledBodyTimesOutAndADrippingOneDoesN
     connection.drip(std::string(40, 'x'), std::chrono::milliseconds(50));
   });
   // In all it takes longer than its time-out.
-  const auto operation = download(dripping.url(), 1.0);
+  const auto operation = download(dripping.url(), 1.5);
   run(operation);
   EXPECT_FALSE(operation->error());
   EXPECT_EQ(operation->sizeInBytes(), 40u);

@@ -136,7 +136,7 @@ TEST_F(FRXFileJoiningOperationFailureTests, CancelledWhileItRunsItStopsBeforeThe
 
 TEST_F(FRXFileJoiningOperationFailureTests, CancelledAtAnyMomentTheMasterHoldsWholePieces) {
   constexpr int pieces = 200;
-  for (int round = 0; round < 10; ++round) {
+  for (int round = 0; round < 5; ++round) {
     const TemporaryDirectory folder;
     const auto operation = std::make_shared<FRXFileJoiningOperation>(folder.path() / "master");
     std::vector<std::string> contents;
@@ -147,7 +147,7 @@ TEST_F(FRXFileJoiningOperationFailureTests, CancelledAtAnyMomentTheMasterHoldsWh
     OperationQueue queue;
     queue.addOperation(operation);
     const auto someGone = [&] {
-      return !std::filesystem::exists(folder.path() / std::to_string(round * 10));
+      return !std::filesystem::exists(folder.path() / std::to_string(round * 20));
     };
     ASSERT_TRUE(waitFor(someGone, longPatience));
     operation->cancel();
