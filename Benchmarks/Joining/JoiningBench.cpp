@@ -72,6 +72,12 @@ extern "C" int fsync(int descriptor) {
   flushing += since(begin);
   return static_cast<int>(result);
 }
+extern "C" int sync_file_range(int descriptor, off64_t offset, off64_t count, unsigned flags) {
+  const auto begin = std::chrono::steady_clock::now();
+  const auto result = ::syscall(SYS_sync_file_range, descriptor, offset, count, flags);
+  flushing += since(begin);
+  return static_cast<int>(result);
+}
 
 int main(int count, char** arguments) {
   if (count < 4) {

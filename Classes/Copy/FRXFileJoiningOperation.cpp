@@ -183,7 +183,9 @@ void FRXFileJoiningOperation::joinInPlace(const Settings& settings, DirectoryHan
     setError(error);
     break;
   }
-  if (::fsync(master.get()) != 0) masterFailed(settings, posixError(errno, masterFilePath_));
+  // A cancellation does not wait for a slow disk.
+  const auto flushed = flushFileContent(master.get(), [this] { return !isCancelled(); });
+  if (flushed.code != 0) masterFailed(settings, posixError(flushed.code, masterFilePath_));
 }
 
 void FRXFileJoiningOperation::joinBeside(const Settings& settings, DirectoryHandle directory) {
@@ -196,8 +198,9 @@ void FRXFileJoiningOperation::joinBeside(const Settings& settings, DirectoryHand
     if (appended.error) setError(appended.error);
     if (!appended.isWhole()) return;
   }
-  if (::fsync(master->descriptor()) != 0) return setError(posixError(errno, masterFilePath_));
-  if (isCancelled()) return;
+  const auto flushed = flushFileContent(master->descriptor(), [this] { return !isCancelled(); });
+  if (flushed.code != 0) return setError(posixError(flushed.code, masterFilePath_));
+  if (flushed.outcome == FileCopyResult::Outcome::Stopped) return;
   if (!master->commit(&error)) return setError(error);
   for (const std::string& path : settings.paths) {
     if (!files.remove(path, &error)) return setError(error);

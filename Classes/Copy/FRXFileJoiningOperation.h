@@ -15,7 +15,9 @@ namespace ferrox {
 /// that cannot be read or removed ends the join with that error; the master then holds whole pieces only, and
 /// the pieces from there on stay. Two failures leave `error` empty by design: a master that cannot be
 /// created, and one that cannot be written, which is only logged. Cancelled, it stops before the next piece;
-/// a piece that is being appended is taken back, so that a large one delays nobody. Thread: any
+/// a piece that is being appended is taken back, and the flush to the disk is not waited for, so that a large
+/// one delays nobody.
+/// Thread: any
 class FRXFileJoiningOperation final : public FRXConcurrentOperation {
  public:
   explicit FRXFileJoiningOperation(std::string masterFilePath);

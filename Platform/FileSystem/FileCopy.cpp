@@ -156,4 +156,19 @@ FileCopyResult copyFileContent(int source, int target, const std::function<bool(
   return Copy(source, target, mayContinue).run();
 }
 
+FileCopyResult flushFileContent(int file, const std::function<bool()>& mayContinue) {
+  struct stat status {};
+  const off_t end = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+  const auto step = static_cast<off_t>(longestStep);
+  // One step is on its way to the disk while the one before it is waited for. Failures show again below.
+  for (off_t begin = 0; begin < end; begin += step) {
+    if (mayContinue && !mayContinue()) return {Outcome::Stopped, 0};
+    (void)::sync_file_range(file, begin, step, SYNC_FILE_RANGE_WRITE);
+    if (begin > 0) (void)::sync_file_range(file, begin - step, step, SYNC_FILE_RANGE_WAIT_BEFORE);
+  }
+  if (mayContinue && !mayContinue()) return {Outcome::Stopped, 0};
+  if (::fsync(file) != 0) return {Outcome::WriteFailed, errno};
+  return {};
+}
+
 }  // namespace ferrox

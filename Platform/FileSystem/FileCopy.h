@@ -20,4 +20,9 @@ struct FileCopyResult {
 /// Thread: any; blocks on the disk
 FileCopyResult copyFileContent(int source, int target, const std::function<bool()>& mayContinue = nullptr);
 
+/// Waits until what was written to `file` is on the disk. `mayContinue`, where given, is asked every so many
+/// megabytes; after `Stopped` the system goes on writing by itself.
+/// Thread: any; blocks on the disk
+FileCopyResult flushFileContent(int file, const std::function<bool()>& mayContinue = nullptr);
+
 }  // namespace ferrox

@@ -97,5 +97,19 @@ TEST_F(FileCopyTests, FileAppendedToItselfIsDoubledOnce) {
   EXPECT_EQ(contentOf("both"), "twicetwice");
 }
 
+TEST_F(FileCopyTests, FlushAsksWhetherItMayGoOnAndReportsTheDisk) {
+  folder_.write("file", "");
+  std::filesystem::resize_file(path("file"), std::uintmax_t{100} << 20);
+  const auto file = open(path("file"), O_RDWR);
+  int asked = 0;
+  EXPECT_EQ(flushFileContent(file.get(), [&asked] { return ++asked < 3; }).outcome, Outcome::Stopped);
+  EXPECT_EQ(asked, 3);
+  EXPECT_EQ(flushFileContent(file.get()).outcome, Outcome::Copied);
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const FileDescriptor reading(ends[0]), writing(ends[1]);
+  EXPECT_EQ(flushFileContent(writing.get()).code, EINVAL);
+}
+
 }  // namespace
 }  // namespace ferrox::test
