@@ -22,7 +22,9 @@ namespace ferrox {
 /// also end within an atom. Starting again after each success follows the file as it grows.
 ///
 /// The server has to honour an open-ended range; what it sends is appended. The file is not looked at before
-/// the first run, so begin with none, or set both positions to where it ends.
+/// the first run, so begin with none, or set both positions to where it ends. What was taken is not asked for
+/// again: a recorder that afterwards changes bytes before the media, for example to turn a spare atom and a
+/// header into one with a 64-bit size, leaves the local file without that change.
 ///
 /// A status outside 200 to 299 is told as `downloadOperationDidFail` and then as
 /// `downloadOperationDidSucceed` with the size as it is; 404 as two failures of code -404. After a local file

@@ -340,6 +340,26 @@ TEST_F(FRXAtomDownloadOperationTests, RunContinuesBehindWhatAnEarlierObjectLeft)
   EXPECT_EQ(ranges(), Events{"bytes=60-"});
 }
 
+TEST_F(FRXAtomDownloadOperationTests, FileGoesOnBeyond4GiB) {
+  constexpr std::uint64_t here = std::uint64_t{5} << 30;
+  const std::string rest = filling(100) + atom("moov", 30);
+  serve([&](const SeenRequest&, ScriptedConnection& connection) {
+    connection.send(ScriptedHTTPServer::answer(rest, "HTTP/1.1 206 Partial Content"));
+  });
+  directory_.write("file.mov", "");
+  std::filesystem::resize_file(path(), here);
+  const auto operation = makeOperation();
+  operation->setContentPosition(here);
+  operation->setNextAtomPosition(here + 100);
+  runOnce(*operation);
+  EXPECT_EQ(ranges(), Events{"bytes=5368709120-"});
+  EXPECT_EQ(listener_->events, Events{"success 5368709258"});
+  EXPECT_EQ(operation->nextAtomPosition(), here + rest.size());
+  std::ifstream file(path(), std::ios::binary);
+  file.seekg(static_cast<std::streamoff>(here));
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), rest);
+}
+
 TEST_F(FRXAtomDownloadOperationTests, FileThatCannotBeMadeIsReportedOnce) {
   setRemote(atom("ftyp", 12));
   serveRemote();
