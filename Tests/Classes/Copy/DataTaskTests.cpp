@@ -60,11 +60,12 @@ TEST_F(DataTaskTests, TellsResponseThenBodyThenEnd) {
 
 TEST_F(DataTaskTests, BusyMainThreadHoldsTheSenderBack) {
   constexpr std::size_t total = std::size_t{64} << 20;
-  std::atomic<std::size_t> sent{0};
-  serve([&sent](const SeenRequest&, ScriptedConnection& connection) {
+  const auto sentSoFar = std::make_shared<std::atomic<std::size_t>>(0);
+  const std::atomic<std::size_t>& sent = *sentSoFar;
+  serve([sentSoFar](const SeenRequest&, ScriptedConnection& connection) {
     connection.send(head(total));
     const std::string block(1 << 20, 'x');
-    while (sent < total && connection.send(block)) sent += block.size();
+    while (*sentSoFar < total && connection.send(block)) *sentSoFar += block.size();
   });
   const auto task = start();
   // Nobody drives the loop meanwhile.

@@ -46,9 +46,14 @@ class DownloadFixture : public ::testing::Test {
 
   static constexpr std::chrono::seconds longPatience{30};
 
-  ~DownloadFixture() override { client_.reset(); }
+  /// While the members of the test's own class are still there: the server's threads may use them.
+  void TearDown() override {
+    client_.reset();
+    server_.reset();
+  }
 
-  /// Answers every request of every connection with `answer`, until a connection ends.
+  /// Answers every request of every connection with `answer`, until a connection ends. The server outlives
+  /// the test's body, so `answer` must not borrow anything from there.
   void serve(Answer answer) {
     server_ = std::make_unique<ScriptedHTTPServer>([this, answer](ScriptedConnection& connection) {
       while (true) {

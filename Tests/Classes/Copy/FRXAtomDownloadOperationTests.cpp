@@ -343,7 +343,7 @@ TEST_F(FRXAtomDownloadOperationTests, RunContinuesBehindWhatAnEarlierObjectLeft)
 TEST_F(FRXAtomDownloadOperationTests, FileGoesOnBeyond4GiB) {
   constexpr std::uint64_t here = std::uint64_t{5} << 30;
   const std::string rest = filling(100) + atom("moov", 30);
-  serve([&](const SeenRequest&, ScriptedConnection& connection) {
+  serve([rest](const SeenRequest&, ScriptedConnection& connection) {
     connection.send(ScriptedHTTPServer::answer(rest, "HTTP/1.1 206 Partial Content"));
   });
   directory_.write("file.mov", "");

@@ -273,15 +273,15 @@ TEST_F(FRXSegmentedDownloadOperationTests, MissingFileIsReportedTwiceAndKeepsIts
 }
 
 TEST_F(FRXSegmentedDownloadOperationTests, StoredMissingFileErrorHoldsUntilItIsCleared) {
-  std::atomic<bool> exists{false};
-  serve([&](const SeenRequest& request, ScriptedConnection& connection) {
-    if (exists) return answerRange(remote_, request, connection);
+  const auto exists = std::make_shared<std::atomic<bool>>(false);
+  serve([this, exists](const SeenRequest& request, ScriptedConnection& connection) {
+    if (*exists) return answerRange(remote_, request, connection);
     connection.send(ScriptedHTTPServer::answer("no", "HTTP/1.1 404 Not Found"));
   });
   const auto operation = makeOperation();
   operation->enqueueSegmentStartingAt(0, 100);
   ASSERT_TRUE(waitForEvents(2));
-  exists = true;
+  *exists = true;
   operation->start();
   ASSERT_TRUE(waitForEvents(3));
   EXPECT_EQ(listener_->events.back(), "failure -404 HTTP 404 error: File not Found");
@@ -553,7 +553,7 @@ TEST_F(FRXSegmentedDownloadOperationTests, ListenerMayLetGoOfTheOperationInEvery
 
 TEST_F(FRXSegmentedDownloadOperationTests, DestructionAtAnyMomentEndsTheTransferQuietly) {
   const std::string large(3 << 20, 'x');
-  serve([&](const SeenRequest&, ScriptedConnection& connection) {
+  serve([large](const SeenRequest&, ScriptedConnection& connection) {
     connection.send(ScriptedHTTPServer::answer(large));
   });
   for (int turns = 0; turns < 40; ++turns) {
@@ -580,7 +580,7 @@ TEST_F(FRXSegmentedDownloadOperationTests, StartOnAnotherThreadFindsNobodyAfterD
 TEST_F(FRXSegmentedDownloadOperationTests, SegmentLargerThanWhatMayWaitArrivesWhole) {
   std::string large(9 << 20, '\0');
   for (std::size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 31 >> 8);
-  serve([&](const SeenRequest& request, ScriptedConnection& connection) {
+  serve([large](const SeenRequest& request, ScriptedConnection& connection) {
     answerRange(large, request, connection);
   });
   const auto operation = makeOperation();
