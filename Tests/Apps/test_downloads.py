@@ -89,7 +89,7 @@ class Fetch(Downloads):
             with self.subTest(server=server):
                 done = self.fetch(server + "/take.bin", "100:50", "300:1", "1000:24")
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
-                self.assertRegex(done.stdout, r"^75 bytes fetched in \d+ ms; .*/local has 1024 bytes now\n$")
+                self.assertRegex(done.stdout, r"^75 B fetched in \d+ ms; .*/local has 1024 bytes now\n$")
                 expected = bytearray(b"#" * 500 + bytes(524))
                 for start, length in ((100, 50), (300, 1), (1000, 24)):
                     expected[start:start + length] = REMOTE[start:start + length]

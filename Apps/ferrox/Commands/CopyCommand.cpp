@@ -17,6 +17,7 @@
 #include "Apps/ferrox/Copy/ProgressDisplay.h"
 #include "Apps/ferrox/Events/CopyEvents.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
+#include "Apps/ferrox/Terminal/Quantities.h"
 #include "Apps/ferrox/Terminal/Terminal.h"
 #include "Apps/ferrox/Terminal/TerminalQuestion.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"

@@ -14,6 +14,7 @@
 #include "Apps/ferrox/Downloads/FetchSession.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
 #include "Apps/ferrox/Terminal/ProgressLine.h"
+#include "Apps/ferrox/Terminal/Quantities.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
 #include "Platform/RunLoop/RunLoop.h"
 
@@ -98,8 +99,8 @@ class FetchCommand final : public Subcommand {
                                     {"sizeInBytes", static_cast<std::int64_t>(size_)},
                                     {"milliseconds", elapsed}});
     }
-    return reportText(fmt::format("{} fetched in {} ms; {} has {} bytes now\n", byteText(total_), elapsed,
-                                  escapedForTerminal(options_.file), size_));
+    return reportText(fmt::format("{} fetched in {} ms; {} has {} bytes now\n", formattedBytes(total_),
+                                  elapsed, escapedForTerminal(options_.file), size_));
   }
 
   CLI::App* app_ = nullptr;

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <system_error>
 
-#include "Apps/ferrox/Copy/CopyProgress.h"
+#include "Apps/ferrox/Terminal/Quantities.h"
 
 namespace ferrox::command {
 namespace {

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
+#include "Apps/ferrox/Terminal/Quantities.h"
 #include "Apps/ferrox/Terminal/Terminal.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
 
@@ -18,29 +18,17 @@ constexpr std::chrono::duration<double> tooEarlyForARate{0.5};
 
 }  // namespace
 
-std::string byteText(std::uint64_t bytes) {
-  constexpr std::array units{"kB", "MB", "GB", "TB", "PB", "EB"};
-  if (bytes < 1000) return fmt::format("{} byte{}", bytes, bytes == 1 ? "" : "s");
-  double amount = static_cast<double>(bytes) / 1000;
-  std::size_t unit = 0;
-  while (amount >= 999.95 && unit + 1 < units.size()) {
-    amount /= 1000;
-    ++unit;
-  }
-  return fmt::format("{:.1f} {}", amount, units.at(unit));
-}
-
 std::string progressText(std::uint64_t done, std::optional<std::uint64_t> total,
                          std::chrono::duration<double> elapsed) {
-  std::string text = byteText(done);
+  std::string text = formattedBytes(done);
   if (total) {
     const double part =
         *total == 0 ? 1 : std::min(1.0, static_cast<double>(done) / static_cast<double>(*total));
-    text = fmt::format("{:.0f}%  {} of {}", std::floor(part * 100), text, byteText(*total));
+    text = fmt::format("{:.0f}%  {} of {}", std::floor(part * 100), text, formattedBytes(*total));
   }
   if (elapsed < tooEarlyForARate) return text;
-  return text + "  " + byteText(static_cast<std::uint64_t>(static_cast<double>(done) / elapsed.count())) +
-         "/s";
+  return text + "  " +
+         formattedBytes(static_cast<std::uint64_t>(static_cast<double>(done) / elapsed.count())) + "/s";
 }
 
 ProgressLine::ProgressLine(int descriptor)

@@ -9,10 +9,7 @@
 
 namespace ferrox::command {
 
-/// "512 bytes", "1.5 kB", "27.0 MB", in powers of 1000.
-std::string byteText(std::uint64_t bytes);
-
-/// "45%  12.3 MB of 27.0 MB  98.1 MB/s"; without `total` only what is done and how quickly. No rate within
+/// "45%  12 MB of 27 MB  98 MB/s"; without `total` only what is done and how quickly. No rate within
 /// the first moment.
 std::string progressText(std::uint64_t done, std::optional<std::uint64_t> total,
                          std::chrono::duration<double> elapsed);
