@@ -1,15 +1,18 @@
 #include "Classes/Copy/CopyR24ProjectOperation.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <exception>
 #include <set>
 #include <utility>
 #include <vector>
 
+#include "Classes/Copy/CopyThreads.h"
 #include "Classes/Copy/DownloadErrors.h"
 #include "Classes/Copy/FRXDownloadOperation.h"
 #include "Classes/Copy/FileSizeProbes.h"
 #include "Classes/Copy/FileTransfers.h"
+#include "Classes/Copy/LowStorageDecision.h"
 #include "Classes/Copy/ProjectStructureDocument.h"
 #include "Classes/Copy/ProjectStructureRequest.h"
 #include "Classes/Utilities/FRXUtilities.h"
@@ -29,22 +32,6 @@ namespace {
 using Selectors = CopyR24ProjectOperationDelegate::RespondingSelectors;
 
 FRXError copyError(const std::string& message) { return downloadError("CopyR24ProjectOperation", message); }
-
-/// Every copy blocks one of these threads until it ends. They are none of the HTTP client's, of which there
-/// must always be one more to complete what the copies wait for. Never destroyed.
-BackgroundQueue& copyThreads() {
-  constexpr unsigned mostCopies = 256;
-  static BackgroundQueue* const queue = BackgroundQueue::makePool(mostCopies).release();
-  return *queue;
-}
-
-/// Where the steps of all copies are started and files are joined, which blocks on the disk and so has no
-/// place among the tasks of others. Never destroyed.
-BackgroundQueue& stepThreads() {
-  constexpr unsigned mostJoins = 16;
-  static BackgroundQueue* const queue = BackgroundQueue::makePool(mostJoins).release();
-  return *queue;
-}
 
 CopyR24ProjectOperationBuilder withoutDelegate(CopyR24ProjectOperationBuilder builder) {
   builder.setDelegate(nullptr);
@@ -71,7 +58,7 @@ CopyR24ProjectOperationParts CopyR24ProjectOperationParts::usual() {
 }
 
 struct CopyR24ProjectOperation::State {
-  OperationQueue queue{stepThreads()};
+  OperationQueue queue{copyStepThreads()};
   ProjectStructureRequest request;
 
   // Of the thread that runs the phases.
@@ -83,35 +70,6 @@ struct CopyR24ProjectOperation::State {
   std::condition_variable_any changed;
   std::uint64_t handledReports FRX_GUARDED_BY(mutex) = 0;
   std::set<std::shared_ptr<const FRXDownloadOperation>, std::owner_less<>> active FRX_GUARDED_BY(mutex);
-};
-
-/// The answer to the low-storage warning: the first one counts, and none once the listener has returned.
-class CopyR24ProjectOperation::Decision {
- public:
-  bool begin() FRX_EXCLUDES(mutex_) {
-    const MutexLock lock(mutex_);
-    if (stage_ != Stage::Open) return false;
-    stage_ = Stage::UnderWay;
-    return true;
-  }
-  void end() FRX_EXCLUDES(mutex_) {
-    const MutexLock lock(mutex_);
-    stage_ = Stage::Closed;
-    changed_.notify_all();
-  }
-  /// What another thread has begun is waited for.
-  void close() FRX_EXCLUDES(mutex_) {
-    const MutexLock lock(mutex_);
-    while (stage_ == Stage::UnderWay) changed_.wait(mutex_);
-    stage_ = Stage::Closed;
-  }
-
- private:
-  enum class Stage { Open, UnderWay, Closed };
-
-  Mutex mutex_;
-  std::condition_variable_any changed_;
-  Stage stage_ FRX_GUARDED_BY(mutex_) = Stage::Open;
 };
 
 std::shared_ptr<CopyR24ProjectOperation> CopyR24ProjectOperation::makeWithBuilder(
@@ -306,7 +264,7 @@ void CopyR24ProjectOperation::checkDiskSpace() {
 }
 
 void CopyR24ProjectOperation::issueLowStorageWarning() {
-  const auto decision = std::make_shared<Decision>();
+  const auto decision = std::make_shared<LowStorageDecision>();
   const std::weak_ptr<CopyR24ProjectOperation> weak = self();
   const auto deciding = [decision, weak](void (CopyR24ProjectOperation::*act)()) {
     return [decision, weak, act] {

@@ -126,7 +126,6 @@ class CopyR24ProjectOperation final : public FRXConcurrentOperation, public FRXD
 
  private:
   struct State;
-  class Decision;
 
   std::shared_ptr<CopyR24ProjectOperation> self();
   std::optional<FRXError> unusableSetting() const;

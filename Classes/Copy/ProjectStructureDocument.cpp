@@ -62,6 +62,26 @@ std::optional<FRXError> contradiction(const ProjectStructureDocument& document) 
   return std::nullopt;
 }
 
+/// The hash of an entry's caseless form: small enough to have one of every entry.
+struct Mark {
+  std::size_t hash = 0;
+  std::size_t index = 0;
+};
+using IndexPair = std::pair<std::size_t, std::size_t>;
+
+/// Of entries with the same hash, the two of the same caseless form whose second one comes first.
+std::optional<IndexPair> collisionAmong(const Entries& entries, const std::vector<Mark>& marks) {
+  std::vector<std::pair<std::string, std::size_t>> forms;
+  for (const Mark& mark : marks) forms.emplace_back(text::caselessForm(entries[mark.index]), mark.index);
+  std::sort(forms.begin(), forms.end());
+  std::optional<IndexPair> first;
+  for (std::size_t i = 1; i < forms.size(); ++i) {
+    if (forms[i].first != forms[i - 1].first) continue;
+    if (!first || forms[i].second < first->second) first.emplace(forms[i - 1].second, forms[i].second);
+  }
+  return first;
+}
+
 }  // namespace
 
 struct ProjectStructureReader::Impl final : JsonStreamEvents {
@@ -171,34 +191,19 @@ std::optional<FRXError> ProjectStructureReader::error() const {
 }
 
 std::optional<std::pair<std::string, std::string>> caseCollision(const ProjectStructureDocument& document) {
-  struct Mark {
-    std::size_t hash = 0;
-    std::size_t index = 0;
-  };
   const Entries entries(document);
   std::vector<Mark> marks;
   marks.reserve(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) {
     marks.push_back({std::hash<std::string>{}(text::caselessForm(entries[i])), i});
   }
-  std::sort(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) {
-    return a.hash != b.hash ? a.hash < b.hash : a.index < b.index;
-  });
-  // Only a run of equal hashes is worth a look at the forms themselves.
-  std::optional<std::pair<std::size_t, std::size_t>> first;
-  for (auto begin = marks.begin(); begin != marks.end();) {
+  std::sort(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) { return a.hash < b.hash; });
+  std::optional<IndexPair> first;
+  for (auto begin = marks.cbegin(); begin != marks.cend();) {
     const auto end =
-        std::find_if(begin, marks.end(), [&](const Mark& mark) { return mark.hash != begin->hash; });
-    std::vector<std::pair<std::string, std::size_t>> run;
-    if (end - begin > 1) {
-      for (auto mark = begin; mark != end; ++mark)
-        run.emplace_back(text::caselessForm(entries[mark->index]), mark->index);
-    }
-    std::sort(run.begin(), run.end());
-    for (std::size_t i = 1; i < run.size(); ++i) {
-      if (run[i].first != run[i - 1].first) continue;
-      if (!first || run[i].second < first->second) first.emplace(run[i - 1].second, run[i].second);
-    }
+        std::find_if(begin, marks.cend(), [begin](const Mark& mark) { return mark.hash != begin->hash; });
+    const auto found = end - begin > 1 ? collisionAmong(entries, {begin, end}) : std::nullopt;
+    if (found && (!first || found->second < first->second)) first = found;
     begin = end;
   }
   if (!first) return std::nullopt;

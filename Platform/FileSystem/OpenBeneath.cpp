@@ -19,10 +19,17 @@ bool isLink(int directory, const std::string& name) {
   return ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
-/// One component. The errno of a link in the middle, ENOTDIR to openat(2), is the one that openat2(2) has.
+/// One component. Its errno for a link is the one that openat2(2) has: openat(2) says ENOTDIR where a folder
+/// was wanted, and with O_PATH it opens the link itself.
 int openComponent(int directory, const std::string& name, int flags, mode_t mode) {
   const int opened = ::openat(directory, name.c_str(), flags | O_NOFOLLOW, mode);
-  if (opened >= 0) return opened;
+  if (opened >= 0) {
+    struct stat status {};
+    if ((flags & O_PATH) == 0 || ::fstat(opened, &status) != 0 || !S_ISLNK(status.st_mode)) return opened;
+    ::close(opened);
+    errno = ELOOP;
+    return -1;
+  }
   const int code = errno;
   errno = code == ENOTDIR && isLink(directory, name) ? ELOOP : code;
   return -1;

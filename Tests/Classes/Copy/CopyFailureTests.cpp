@@ -13,6 +13,27 @@ namespace fs = std::filesystem;
 
 constexpr const char* threeFiles = R"({"files":["a","b","c"],"directories":[]})";
 
+/// A disk of one megabyte, which goes with it.
+class SmallDisk {
+ public:
+  explicit SmallDisk(fs::path path) : path_(std::move(path)) {
+    fs::create_directory(path_);
+    isMounted_ = ::mount("tmpfs", path_.c_str(), "tmpfs", 0, "size=1m") == 0;
+  }
+  ~SmallDisk() {
+    if (isMounted_) ::umount2(path_.c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+
+  bool isMounted() const { return isMounted_; }
+  const fs::path& path() const { return path_; }
+
+ private:
+  const fs::path path_;
+  bool isMounted_ = false;
+};
+
 class CopyFailureTests : public CopyFixture {
  protected:
   /// The files of a peer that fails at the download of "b" in such a way, fetched one after the other.
@@ -87,7 +108,7 @@ TEST_F(CopyFailureTests, APeerThatStallsFailsAtTheTimeout) {
         connection.stall();
         return true;
       },
-      [](Builder& builder) { builder.fileDownloadTimeout = 0.2; });
+      [](Builder& builder) { builder.fileDownloadTimeout = 3; });
   EXPECT_EQ(copy->error()->code, HTTPClientErrorTimedOut);
   expectCalls({"progress", "cancelled"}, "failure");
   expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2000)}}));
@@ -220,26 +241,23 @@ TEST_F(CopyFailureTests, ADestinationThatCannotBeRemovedFailsTheCopy) {
 
 TEST_F(CopyFailureTests, AFullDiskFailsTheCopyAndLeavesWholeFilesOnly) {
   if (::geteuid() != 0) GTEST_SKIP() << "mounting a small disk needs root";
-  const auto disk = folder_.path() / "disk";
-  fs::create_directory(disk);
-  ASSERT_EQ(::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m"), 0)
-      << "a machine for tests lets root mount";
+  const SmallDisk disk(folder_.path() / "disk");
+  ASSERT_TRUE(disk.isMounted()) << "a machine for tests lets root mount";
   for (int i = 0; i < 8; ++i) put("f" + std::to_string(i), bytesOf(200'000, static_cast<unsigned>(i)));
   const std::string url = share();
   for (const std::int64_t limit : {std::int64_t{-1}, std::int64_t{90'000}}) {
     const auto copy = copyFrom(url, [&](Builder& builder) {
-      builder.localProjectPath = (disk / "destination").string();
+      builder.localProjectPath = (disk.path() / "destination").string();
       builder.maxConcurrentDownloads = 3;
       builder.maxContentLength = limit;
       builder.verifiesSizes = true;
     });
     ASSERT_TRUE(copy->error());
     EXPECT_NE(failureOf(copy).find("No space left on device"), std::string::npos) << failureOf(copy);
-    for (const auto& [name, content] : treeOf(disk / "destination")) {
+    for (const auto& [name, content] : treeOf(disk.path() / "destination")) {
       EXPECT_TRUE(content.size() == 200'000 || (limit > 0 && name.find('.') != std::string::npos)) << name;
     }
   }
-  EXPECT_EQ(::umount2(disk.c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(CopyFailureTests, LinksThatAppearDuringTheCopyAreNotFollowed) {

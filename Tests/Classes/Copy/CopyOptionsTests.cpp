@@ -143,6 +143,7 @@ TEST_F(CopyOptionsTests, ABrokenCopyIsResumedUntilItIsWhole) {
       EXPECT_TRUE(content == "/" || content.size() == 2500U || name.find('.') != std::string::npos) << name;
     }
   }
+  listener_ = std::make_shared<RecordingCopyListener>();
   EXPECT_EQ(failureOf(copyFrom(url,
                                [](Builder& builder) {
                                  builder.resumes = true;

@@ -57,6 +57,9 @@ TEST_P(OpenBeneathTests, LinksAreRefusedWhereverTheyStand) {
     EXPECT_EQ(read(name), failure(ELOOP)) << name;
   }
   EXPECT_EQ(read("folder link", O_PATH | O_DIRECTORY), failure(ELOOP));
+  for (const char* name : {"link", "out", "dangling", "folder link"}) {
+    EXPECT_EQ(read(name, O_PATH), failure(ELOOP)) << name;
+  }
   EXPECT_EQ(read("dangling", O_WRONLY | O_CREAT), failure(ELOOP));
 }
 
