@@ -124,7 +124,7 @@ class Run(unittest.TestCase):
     def test_unknown_commands_fail_and_echo_their_ref(self):
         node = self.node()
         node.started()
-        for cmd in ("copy", "cancelCopy", "addstream", "", "QUIT", "postlocal"):
+        for cmd in ("Copy", "cancelcopy", "addstream", "", "QUIT", "postlocal"):
             result = node.ask(cmd)
             self.assertFalse(result["ok"])
             self.assertIn("unknown command", result["error"])
