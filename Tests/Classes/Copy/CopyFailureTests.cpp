@@ -1,10 +1,10 @@
 // Peers that break off, disks that do not take it, and what is left then.
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "Tests/Classes/Copy/CopyFixture.h"
+#include "Tests/Support/SmallDisk.h"
 
 namespace ferrox::test {
 namespace {
@@ -12,27 +12,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* threeFiles = R"({"files":["a","b","c"],"directories":[]})";
-
-/// A disk of one megabyte, which goes with it.
-class SmallDisk {
- public:
-  explicit SmallDisk(fs::path path) : path_(std::move(path)) {
-    fs::create_directory(path_);
-    isMounted_ = ::mount("tmpfs", path_.c_str(), "tmpfs", 0, "size=1m") == 0;
-  }
-  ~SmallDisk() {
-    if (isMounted_) ::umount2(path_.c_str(), MNT_DETACH);
-  }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-
-  bool isMounted() const { return isMounted_; }
-  const fs::path& path() const { return path_; }
-
- private:
-  const fs::path path_;
-  bool isMounted_ = false;
-};
 
 class CopyFailureTests : public CopyFixture {
  protected:

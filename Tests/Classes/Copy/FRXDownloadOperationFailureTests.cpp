@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "Tests/Support/FileSizeLimit.h"
 #include "Tests/Support/OpenDescriptors.h"
 #include "Tests/Support/ScriptedHTTPServer.h"
+#include "Tests/Support/SmallDisk.h"
 
 namespace ferrox::test {
 namespace {
@@ -193,30 +193,12 @@ TEST_F(FRXDownloadOperationFailureTests, DiskThatRefusesTheBodyLeavesTheTargetAs
   }
 }
 
-/// A small file system of its own, where the tests may mount one.
-class SmallDisk {
- public:
-  explicit SmallDisk(const std::filesystem::path& path) : path_(path) {
-    std::filesystem::create_directory(path_);
-    isMounted_ = ::mount("tmpfs", path_.c_str(), "tmpfs", 0, "size=1m") == 0;
-  }
-  ~SmallDisk() {
-    if (isMounted_) ::umount2(path_.c_str(), MNT_DETACH);
-  }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-  bool isMounted() const { return isMounted_; }
-
- private:
-  const std::filesystem::path path_;
-  bool isMounted_ = false;
-};
-
 TEST_F(FRXDownloadOperationFailureTests, FullDiskLeavesTheTargetAsItWas) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting a small disk needs root";
   TemporaryDirectory mountPoint;
-  const auto disk = mountPoint.path() / "disk";
-  const SmallDisk small(disk);
-  if (!small.isMounted()) GTEST_SKIP() << "needs the right to mount";
+  const SmallDisk small(mountPoint.path() / "disk");
+  ASSERT_TRUE(small.isMounted()) << "a machine for tests lets root mount";
+  const auto& disk = small.path();
   std::ofstream(disk / "target") << before;
   for (const bool announced : {true, false}) {
     const std::string body(3 << 20, 'x');

@@ -4,10 +4,9 @@
 #include <string>
 #include <thread>
 
-#include "Classes/Copy/FRXFileJoiningOperation.h"
 #include "Platform/Base/PosixError.h"
 #include "Platform/Queues/OperationQueue.h"
-#include "Tests/Classes/Copy/TransferFixture.h"
+#include "Tests/Classes/Copy/JoiningFixture.h"
 #include "Tests/Support/FileSizeLimit.h"
 #include "Tests/Support/RecordingLogSink.h"
 
@@ -16,22 +15,14 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class FRXFileJoiningOperationFailureTests : public ::testing::Test {
+class FRXFileJoiningOperationFailureTests : public JoiningFixture {
  protected:
-  std::string path(const std::string& name = "master") const { return folder_.path() / name; }
-  std::shared_ptr<FRXFileJoiningOperation> joinOf(const Names& names) const {
-    auto operation = std::make_shared<FRXFileJoiningOperation>(path());
-    for (const auto& name : names) operation->addFile(path(name));
-    return operation;
-  }
   static void expectError(const FRXFileJoiningOperation& operation, int code) {
     EXPECT_TRUE(operation.isFinished());
     ASSERT_TRUE(operation.error());
     EXPECT_EQ(operation.error()->domain, PosixErrorDomain);
     EXPECT_EQ(operation.error()->code, code);
   }
-
-  const TemporaryDirectory folder_;
 };
 
 TEST_F(FRXFileJoiningOperationFailureTests, MissingPieceEndsTheJoinAfterThoseBeforeIt) {

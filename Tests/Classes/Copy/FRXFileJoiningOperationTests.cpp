@@ -4,9 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "Classes/Copy/FRXFileJoiningOperation.h"
 #include "Platform/Queues/OperationQueue.h"
-#include "Tests/Classes/Copy/TransferFixture.h"
+#include "Tests/Classes/Copy/JoiningFixture.h"
 #include "Tests/Support/OpenDescriptors.h"
 
 namespace ferrox::test {
@@ -14,17 +13,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class FRXFileJoiningOperationTests : public ::testing::Test {
- protected:
-  std::string path(const std::string& name = "master") const { return folder_.path() / name; }
-  std::shared_ptr<FRXFileJoiningOperation> joinOf(const Names& names) const {
-    auto operation = std::make_shared<FRXFileJoiningOperation>(path());
-    for (const auto& name : names) operation->addFile(path(name));
-    return operation;
-  }
-
-  const TemporaryDirectory folder_;
-};
+class FRXFileJoiningOperationTests : public JoiningFixture {};
 
 TEST_F(FRXFileJoiningOperationTests, PiecesAreAppendedInTheOrderOfAddingAndRemoved) {
   folder_.write("a", "first ");
@@ -105,7 +94,7 @@ TEST_F(FRXFileJoiningOperationTests, FirstPieceBecomesANewMasterOnlyIfNobodyCanT
 
 TEST_F(FRXFileJoiningOperationTests, PiecesMayLieOnAnotherFileSystem) {
   const std::filesystem::path memory = "/dev/shm";
-  if (!std::filesystem::is_directory(memory)) GTEST_SKIP() << "needs a second file system";
+  ASSERT_TRUE(std::filesystem::is_directory(memory)) << "every Linux that tests run on has it";
   const auto piece = memory / ("ferrox-test-piece-" + std::to_string(::getpid()));
   const std::string content = recognisableBytes(1'000'000);
   std::ofstream(piece, std::ios::binary) << content;
