@@ -30,7 +30,8 @@ class OffersState {
 };
 
 /// When a newcomer appears, everybody asks it for everything it has, and it everybody. An answer is the same
-/// until an offer changes, so a few of them are kept; queries that nobody repeats push out nothing but those.
+/// until an offer changes, so the last few are kept. Queries that nobody repeats push the others out, which
+/// costs their speed and nothing else.
 /// Thread: any
 class KeptAnswers {
  public:
