@@ -266,9 +266,9 @@ class Terminal(unittest.TestCase):
         self.shown = b""
         self.terminal = terminal
 
-    def start(self):
+    def start(self, kind="xterm"):
         process = subprocess.Popen([COMMAND, "copy", self.peer.url, self.dest, *NOWHERE], stdin=self.terminal,
-                                   stdout=subprocess.PIPE, stderr=self.terminal, env={**os.environ, "TERM": "xterm"})
+                                   stdout=subprocess.PIPE, stderr=self.terminal, env={**os.environ, "TERM": kind})
         os.close(self.terminal)
         self.addCleanup(process.stdout.close)
         return process
@@ -284,6 +284,15 @@ class Terminal(unittest.TestCase):
         process = self.start()
         self.wait_for(b"100 B of 1.0 kB")
         self.wait_for(b"0 of 1 files")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=20), 130)
+
+    def test_a_dumb_terminal_gets_no_line_that_is_redrawn(self):
+        process = self.start("dumb")
+        self.assertTrue(self.peer.began.wait(20))
+        # In a second a line would have been drawn some times.
+        readable, _, _ = select.select([self.controller], [], [], 1)
+        self.assertFalse(readable)
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(timeout=20), 130)
 

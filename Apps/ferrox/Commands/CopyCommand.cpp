@@ -158,9 +158,7 @@ int CopyCommand::copy() {
   const bool asks =
       !onLowStorage_ && !search_.isJson() && isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
   std::unique_ptr<ProgressDisplay> display;
-  if (!search_.isJson() && isTerminal(STDERR_FILENO)) {
-    display = std::make_unique<ProgressDisplay>(loop, job->operation());
-  }
+  if (!search_.isJson()) display = std::make_unique<ProgressDisplay>(loop, job->operation());
   if (asks) {
     job->setDecision([this, &display](const CopyR24ProjectOperation& copy) {
       const ProgressDisplay::Pause pause(display.get());

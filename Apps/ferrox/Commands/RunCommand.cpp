@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <utility>
 
 #include "Apps/ferrox/Commands/DeclareObservations.h"
@@ -95,9 +94,7 @@ class RunSession final : public NodeListener {
       return;
     }
     std::unique_ptr<HumanPresenter> human;
-    const char* terminal = std::getenv("TERM");
-    const bool canDraw = terminal != nullptr && std::string_view(terminal) != "dumb";
-    if (isTerminal(STDOUT_FILENO) && canDraw) {
+    if (canRedraw(STDOUT_FILENO)) {
       human =
           std::make_unique<LivePresenter>(writer, RunLoop::main(), style, [this] { return node_->peers(); });
     } else {

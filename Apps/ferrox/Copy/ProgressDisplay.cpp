@@ -1,10 +1,8 @@
 #include "Apps/ferrox/Copy/ProgressDisplay.h"
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 
 #include "Apps/ferrox/Terminal/Terminal.h"
 #include "Classes/Copy/CopyR24ProjectOperation.h"
@@ -21,7 +19,7 @@ ProgressDisplay::Pause::Pause(ProgressDisplay* display) : display_(display) {
   if (display_ == nullptr) return;
   const std::lock_guard lock(display_->mutex_);
   display_->paused_ = true;
-  display_->clear();
+  display_->line_.clear();
 }
 
 ProgressDisplay::Pause::~Pause() {
@@ -31,30 +29,20 @@ ProgressDisplay::Pause::~Pause() {
 }
 
 ProgressDisplay::ProgressDisplay(RunLoop& loop, const CopyR24ProjectOperation& copy)
-    : copy_(copy), timer_(Timer::scheduleRepeating(loop, interval, [this] { draw(); })) {}
+    : copy_(copy),
+      line_(STDERR_FILENO),
+      timer_(Timer::scheduleRepeating(loop, interval, [this] { draw(); })) {}
 
-ProgressDisplay::~ProgressDisplay() {
-  timer_.reset();
-  clear();
-}
+// The timer goes before the line does.
+ProgressDisplay::~ProgressDisplay() = default;
 
 void ProgressDisplay::draw() {
-  const CopyProgress progress{copy_.receivedBytes(), copy_.projectSize(), copy_.finishedFileCount(),
-                              copy_.fileCount(), std::nullopt};
+  CopyProgress progress{copy_.receivedBytes(), copy_.projectSize(), copy_.finishedFileCount(),
+                        copy_.fileCount(), std::nullopt};
   if (progress.totalBytes > 0) rate_.add(std::chrono::steady_clock::now(), progress.bytes);
-  CopyProgress shown = progress;
-  shown.bytesPerSecond = rate_.perSecond();
+  progress.bytesPerSecond = rate_.perSecond();
   const std::lock_guard lock(mutex_);
-  if (paused_) return;
-  // The last column stays free: a terminal that wraps there would begin a new line.
-  const std::string line = progressLine(shown, terminalSize(STDERR_FILENO).columns - 1);
-  fmt::print(stderr, "\r{}\x1b[K", line);
-  std::fflush(stderr);
-}
-
-void ProgressDisplay::clear() {
-  fmt::print(stderr, "\r\x1b[K");
-  std::fflush(stderr);
+  if (!paused_) line_.showText(progressLine(progress, terminalSize(STDERR_FILENO).columns - 1));
 }
 
 }  // namespace ferrox::command

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "Apps/ferrox/Copy/CopyProgress.h"
+#include "Apps/ferrox/Terminal/ProgressLine.h"
 
 namespace ferrox {
 class CopyR24ProjectOperation;
@@ -15,7 +16,8 @@ class Timer;
 
 namespace ferrox::command {
 
-/// On stderr, some times a second until it is destroyed, which leaves an empty line. Thread: main
+/// On stderr, where that is a terminal that can redraw; some times a second until it is destroyed, which
+/// leaves an empty line. Thread: main
 class ProgressDisplay {
  public:
   /// `copy` is borrowed and outlives the display.
@@ -39,10 +41,11 @@ class ProgressDisplay {
 
  private:
   void draw();
-  void clear();
 
   const CopyR24ProjectOperation& copy_;
+  // Of the line, which a pause on another thread takes away.
   std::mutex mutex_;
+  ProgressLine line_;
   bool paused_ = false;
   TransferRate rate_;
   std::unique_ptr<Timer> timer_;

@@ -31,16 +31,19 @@ std::string progressText(std::uint64_t done, std::optional<std::uint64_t> total,
          formattedBytes(static_cast<std::uint64_t>(static_cast<double>(done) / elapsed.count())) + "/s";
 }
 
-ProgressLine::ProgressLine(int descriptor)
-    : descriptor_(descriptor),
-      isShown_(isTerminal(descriptor) && Style::forDescriptor(descriptor).isColoured()) {}
+ProgressLine::ProgressLine(int descriptor) : descriptor_(descriptor), isShown_(canRedraw(descriptor)) {}
 
 void ProgressLine::show(std::uint64_t done, std::optional<std::uint64_t> total) {
   const auto now = Clock::now();
   if (!isShown_ || now < next_) return;
   next_ = now + interval;
+  showText(progressText(done, total, now - begun_));
+}
+
+void ProgressLine::showText(std::string_view text) {
+  if (!isShown_) return;
   hasLine_ = true;
-  const std::string text = progressText(done, total, now - begun_);
+  // The last column stays free: a terminal that wraps there would begin a new line.
   write("\r\x1b[K" + shortened(text, terminalSize(descriptor_).columns - 1));
 }
 

@@ -23,6 +23,8 @@ class ProgressLine {
   ProgressLine& operator=(const ProgressLine&) = delete;
 
   void show(std::uint64_t done, std::optional<std::uint64_t> total);
+  /// Any text, at once.
+  void showText(std::string_view text);
   void clear();
 
  private:

@@ -35,6 +35,11 @@ std::string_view codeOf(Tone tone) {
 
 bool isTerminal(int descriptor) { return isatty(descriptor) == 1; }
 
+bool canRedraw(int descriptor) {
+  const std::string_view kind = environment("TERM");
+  return isTerminal(descriptor) && !kind.empty() && kind != "dumb";
+}
+
 TerminalSize terminalSize(int descriptor) {
   winsize size{};
   if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return {};

@@ -13,6 +13,8 @@ struct TerminalSize {
 };
 
 bool isTerminal(int descriptor);
+/// A terminal on which lines can be written over: one that is not "dumb" by TERM.
+bool canRedraw(int descriptor);
 /// The window's size, or 80 by 24 where the descriptor is no terminal.
 TerminalSize terminalSize(int descriptor);
 

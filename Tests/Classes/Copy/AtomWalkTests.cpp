@@ -178,7 +178,7 @@ TEST(AtomWalkTests, PositionsThatMakeNoSenseKeepNothing) {
 }
 
 TEST(AtomWalkTests, NothingHappensInABlockWithoutBytes) {
-  for (const std::uint64_t next : {20, 30}) {
+  for (const std::uint64_t next : {std::uint64_t{20}, std::uint64_t{30}}) {
     const auto walk = AtomWalk::through("", 20, next);
     EXPECT_EQ(walk.keep, 0u);
     EXPECT_FALSE(walk.stops);
