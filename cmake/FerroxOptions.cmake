@@ -1,6 +1,6 @@
 # What can be switched, and the flags that every target of ours is compiled with.
 
-option(FERROX_BUILD_APPS "Build the ferrox command" ${PROJECT_IS_TOP_LEVEL})
+option(FERROX_BUILD_APPS "Build the ferrox command and the examples" ${PROJECT_IS_TOP_LEVEL})
 option(FERROX_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(FERROX_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(FERROX_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)

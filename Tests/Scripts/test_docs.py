@@ -21,9 +21,10 @@ class Documents(unittest.TestCase):
         self.assertGreater(checked, 90)
 
     def test_links_lead_to_files(self):
-        documents = [ROOT / name for name in ("README.md", "ARCHITECTURE.md", "CONTRIBUTING.md")]
+        documents = [ROOT / name for name in ("README.md", "ARCHITECTURE.md", "CONTRIBUTING.md", "CHANGELOG.md")]
         for document in documents + sorted((ROOT / "docs").glob("*.md")):
-            for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text()):
+            prose = re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.MULTILINE | re.DOTALL)
+            for target in re.findall(r"\]\(([^)#:]+)\)", prose):
                 self.assertTrue((document.parent / target).exists(), f"{document.name} links to {target}")
 
 
