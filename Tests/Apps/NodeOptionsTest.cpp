@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
+#include <iterator>
 #include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Node/CommandIdentity.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
 
@@ -11,20 +15,25 @@ namespace {
 
 using BackEnd = DNSSDConfiguration::BackEnd;
 
-std::optional<NodeOptions> parse(const std::string& line) {
-  CLI::App app("test", "ferrox");
+using Arguments = std::vector<std::string>;
+
+Arguments words(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::optional<NodeOptions> parse(const Arguments& arguments) {
+  CommandLine line("ferrox", "test");
   NodeOptions options;
-  declareNodeOptions(app, options, 16654);
-  try {
-    app.parse(line);
-  } catch (const CLI::ParseError&) {
-    return std::nullopt;
-  }
+  declareNodeOptions(line, options, 16654);
+  std::ostringstream output;
+  std::ostringstream errors;
+  if (line.parse(arguments, output, errors)) return std::nullopt;
   return options;
 }
 
 TEST(NodeOptions, HaveTheStatedDefaults) {
-  const auto options = parse("");
+  const auto options = parse({});
   ASSERT_TRUE(options);
   EXPECT_EQ(options->port, 16654);
   EXPECT_FALSE(options->computerName || options->deviceUUID || options->hostName || options->json);
@@ -35,10 +44,12 @@ TEST(NodeOptions, HaveTheStatedDefaults) {
 }
 
 TEST(NodeOptions, AreAllRead) {
-  const auto options = parse(
-      "--port 0 --computer-name 'Edit Suite' --device-uuid 01234567-89ab-cdef-0123-456789abcdef "
-      "--host-name suite-3 --interface eth0 --interface tun1 --discovery embedded --peer 10.0.0.7 "
-      "--peer [fe80::1%eth0]:7000 --json --log-level debug");
+  Arguments arguments = words(
+      "--port 0 --device-uuid 01234567-89ab-cdef-0123-456789abcdef --host-name suite-3 --interface eth0 "
+      "--interface tun1 --discovery embedded --peer 10.0.0.7 --peer [fe80::1%eth0]:7000 --json "
+      "--log-level debug");
+  arguments.insert(arguments.end(), {"--computer-name", "Edit Suite"});
+  const auto options = parse(arguments);
   ASSERT_TRUE(options);
   EXPECT_EQ(options->port, 0);
   EXPECT_EQ(options->computerName, "Edit Suite");
@@ -54,27 +65,31 @@ TEST(NodeOptions, AreAllRead) {
   EXPECT_EQ(options->logLevel, LogLevel::Debug);
 }
 
-class WrongUsage : public testing::TestWithParam<const char*> {};
+class WrongUsage : public testing::TestWithParam<Arguments> {};
 
-TEST_P(WrongUsage, IsRefused) { EXPECT_FALSE(parse(GetParam())) << GetParam(); }
+TEST_P(WrongUsage, IsRefused) { EXPECT_FALSE(parse(GetParam())); }
 
 INSTANTIATE_TEST_SUITE_P(
     NodeOptions, WrongUsage,
-    testing::Values("--port -1", "--port 65536", "--port x", "--port", "--device-uuid 1234",
-                    "--device-uuid 01234567-89ab-cdef-0123-456789abcdeg",
-                    "--device-uuid 01234567x89ab-cdef-0123-456789abcdef", "--host-name a.b", "--host-name ''",
-                    "--host-name -a", "--host-name a_b",
-                    "--host-name 0123456789012345678901234567890123456789012345678901234567890123",
-                    "--computer-name ''", "--computer-name 'a\x1b[2J'", "--computer-name '\xff'",
-                    "--interface 0123456789abcdef", "--interface a/b", "--discovery bonjour", "--peer ''",
-                    "--peer host:0", "--peer host:65536", "--peer 'a b'", "--peer http://x",
-                    "--log-level loud", "--unknown", "stray", "--host-name a --discovery avahi"));
+    testing::Values(
+        Arguments{"--port", "-1"}, Arguments{"--port", "65536"}, Arguments{"--port", "x"},
+        Arguments{"--port"}, Arguments{"--device-uuid", "1234"},
+        Arguments{"--device-uuid", "01234567-89ab-cdef-0123-456789abcdeg"},
+        Arguments{"--device-uuid", "01234567x89ab-cdef-0123-456789abcdef"}, Arguments{"--host-name", "a.b"},
+        Arguments{"--host-name", ""}, Arguments{"--host-name", "-a"}, Arguments{"--host-name", "a_b"},
+        Arguments{"--host-name", "0123456789012345678901234567890123456789012345678901234567890123"},
+        Arguments{"--computer-name", ""}, Arguments{"--computer-name", "a\x1b[2J"},
+        Arguments{"--computer-name", "\xff"}, Arguments{"--interface", "0123456789abcdef"},
+        Arguments{"--interface", "a/b"}, Arguments{"--discovery", "bonjour"}, Arguments{"--peer", ""},
+        Arguments{"--peer", "host:0"}, Arguments{"--peer", "host:65536"}, Arguments{"--peer", "a b"},
+        Arguments{"--peer", "http://x"}, Arguments{"--log-level", "loud"}, Arguments{"--unknown"},
+        Arguments{"stray"}, Arguments{"--host-name", "a", "--discovery", "avahi"}));
 
 TEST(NodeOptions, AHostNameOfItsOwnAsksForTheEmbeddedStack) {
-  EXPECT_EQ(discoveryConfiguration(*parse("--host-name a")).backEnd, BackEnd::Embedded);
-  EXPECT_EQ(discoveryConfiguration(*parse("")).backEnd, BackEnd::Auto);
-  EXPECT_EQ(discoveryConfiguration(*parse("--discovery avahi")).backEnd, BackEnd::Daemon);
-  EXPECT_EQ(discoveryConfiguration(*parse("--interface eth1")).allowedInterfaces,
+  EXPECT_EQ(discoveryConfiguration(*parse({"--host-name", "a"})).backEnd, BackEnd::Embedded);
+  EXPECT_EQ(discoveryConfiguration(*parse({})).backEnd, BackEnd::Auto);
+  EXPECT_EQ(discoveryConfiguration(*parse({"--discovery", "avahi"})).backEnd, BackEnd::Daemon);
+  EXPECT_EQ(discoveryConfiguration(*parse({"--interface", "eth1"})).allowedInterfaces,
             std::vector<std::string>{"eth1"});
 }
 

@@ -1,10 +1,10 @@
 // `ferrox check HOST PORT`: one reachability check.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
@@ -21,20 +21,18 @@ namespace {
 
 class CheckCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("check", "one reachability check; exit 0 responded, 1 no response");
-    app->add_option("HOST", host_, "a host name or an IP address")
-        ->required()
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-              return FRXPeerAddress::make(text) ? "" : "neither a host name nor an IP address";
-            },
-            ""));
-    app->add_option("PORT", port_, "a TCP port")->required()->check(CLI::Range(1, 65535).description(""));
-    app->add_flag("--http", http_, "by an HTTP HEAD request instead of opening a TCP connection");
-    declareNodeOptions(*app, options_, 0);
-    app->footer("Example:\n  ferrox check edit-suite-3.local 16654 --http");
-    return app;
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("check", "one reachability check; exit 0 responded, 1 no response");
+    line.argument("HOST", host_, "a host name or an IP address")
+        .required()
+        .check([](const std::string& text) {
+          return FRXPeerAddress::make(text) ? "" : "neither a host name nor an IP address";
+        });
+    line.argument("PORT", port_, "a TCP port").required().range(1, 65535);
+    line.flag("--http", http_, "by an HTTP HEAD request instead of opening a TCP connection");
+    declareNodeOptions(line, options_, 0);
+    line.footer("Example:\n  ferrox check edit-suite-3.local 16654 --http");
+    return line;
   }
 
   int run() override {

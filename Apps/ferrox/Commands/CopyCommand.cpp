@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
 #include <limits>
@@ -10,6 +9,7 @@
 #include <system_error>
 #include <thread>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/ProjectSearch.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
@@ -36,7 +36,7 @@ bool hasContents(const std::string& path) {
 
 class CopyCommand final : public Subcommand, public CopyListener {
  public:
-  CLI::App* declare(CLI::App& parent) override;
+  CommandLine& declare(CommandLine& parent) override;
   int run() override;
 
   void copyProgressed(const CopyJob& job, std::uint64_t bytes, std::uint64_t totalBytes) override {
@@ -70,45 +70,46 @@ class CopyCommand final : public Subcommand, public CopyListener {
   std::optional<FRXError> error_;
 };
 
-CLI::App* CopyCommand::declare(CLI::App& parent) {
-  CLI::App* app = parent.add_subcommand("copy", "a peer's project, to disk");
-  app->add_option("PROJECT", project_, "the project's URL, or PEER/ID with PEER a part of the peer's name")
-      ->required()
-      ->check(CLI::Validator(
-          [](const std::string& text) {
-            return isURL(text) || ProjectName::fromText(text) ? "" : "neither an http URL nor PEER/ID";
+CommandLine& CopyCommand::declare(CommandLine& parent) {
+  CommandLine& line = parent.subcommand("copy", "a peer's project, to disk");
+  line.argument("PROJECT", project_, "the project's URL, or PEER/ID with PEER a part of the peer's name")
+      .required()
+      .check([](const std::string& text) {
+        return isURL(text) || ProjectName::fromText(text) ? "" : "neither an http URL nor PEER/ID";
+      });
+  line.argument("DEST", request_.destination, "the folder to copy into, which is replaced as a whole")
+      .required();
+  line.argument("--max-content-length", request_.maxContentLength,
+                "fetch files of at least N bytes in pieces of that size (default: never)")
+      .typeName("N")
+      .range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max());
+  line.argument("--jobs", request_.maxConcurrentDownloads, "how many downloads run at once (default: 8)")
+      .typeName("N")
+      .range(1, 64);
+  line.argument("--timeout", request_.fileDownloadTimeout,
+                "seconds without a byte after which a download is given up; 0 is never (default: 60)")
+      .typeName("S")
+      .range(0.0, 86400.0);
+  line.argument(
+          "--on-low-storage",
+          [this](const std::string& text) {
+            onLowStorage_ = onLowStorageFromText(text);
+            return "";
           },
-          ""));
-  app->add_option("DEST", request_.destination, "the folder to copy into, which is replaced as a whole")
-      ->required();
-  app->add_option("--max-content-length", request_.maxContentLength,
-                  "fetch files of at least N bytes in pieces of that size (default: never)")
-      ->type_name("N")
-      ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()).description(""));
-  app->add_option("--jobs", request_.maxConcurrentDownloads, "how many downloads run at once (default: 8)")
-      ->type_name("N")
-      ->check(CLI::Range(1, 64).description(""));
-  app->add_option("--timeout", request_.fileDownloadTimeout,
-                  "seconds without a byte after which a download is given up; 0 is never (default: 60)")
-      ->type_name("S")
-      ->check(CLI::Range(0.0, 86400.0).description(""));
-  app->add_option_function<std::string>(
-         "--on-low-storage", [this](const std::string& text) { onLowStorage_ = onLowStorageFromText(text); },
-         "abort or continue when space is short (default: ask on a terminal, else abort)")
-      ->type_name("abort|continue")
-      ->check(CLI::IsMember({"abort", "continue"}).description(""));
-  app->add_flag("--resume", request_.resumes, "keep what is there and fetch only the rest");
-  app->add_flag("--replace", replaces_, "do not ask on a terminal whether DEST may be replaced");
-  app->add_flag("--allow-empty-files", request_.allowsEmptyFiles,
-                "make empty files too; without it a project that has one is not copied");
-  app->add_flag("--verify-sizes", request_.verifiesSizes,
-                "fail when a file does not have the announced size");
-  app->add_flag("--preserve-times", request_.preservesModificationTimes, "keep times of modification");
-  search_.declare(*app);
-  app->footer(
+          "abort or continue when space is short (default: ask on a terminal, else abort)")
+      .typeName("abort|continue")
+      .oneOf({"abort", "continue"});
+  line.flag("--resume", request_.resumes, "keep what is there and fetch only the rest");
+  line.flag("--replace", replaces_, "do not ask on a terminal whether DEST may be replaced");
+  line.flag("--allow-empty-files", request_.allowsEmptyFiles,
+            "make empty files too; without it a project that has one is not copied");
+  line.flag("--verify-sizes", request_.verifiesSizes, "fail when a file does not have the announced size");
+  line.flag("--preserve-times", request_.preservesModificationTimes, "keep times of modification");
+  search_.declare(line);
+  line.footer(
       "Example:\n  ferrox copy \"edit suite 3/film\" /media/film\n"
       "  ferrox copy http://edit-suite-3.local:16654/projects/film /media/film --resume --verify-sizes");
-  return app;
+  return line;
 }
 
 int CopyCommand::run() {

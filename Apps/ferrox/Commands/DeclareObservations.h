@@ -4,18 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Node/Observation.h"
-
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
 
 namespace ferrox::command {
 
 /// An option, or a positional argument, that takes one NAME[=FILTER] or more. `observations` has to outlive
-/// the parsing; what is wrong with one of them is said in a CLI::ParseError.
-CLI::Option* declareObservations(CLI::App& subcommand, const std::string& option,
-                                 std::vector<Observation>& observations, const std::string& description);
+/// the parsing, which tells what is wrong with one of them.
+Argument declareObservations(CommandLine& subcommand, const std::string& name,
+                             std::vector<Observation>& observations, const std::string& description);
 
 }  // namespace ferrox::command

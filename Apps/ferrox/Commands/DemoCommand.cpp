@@ -2,10 +2,10 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Demo/DemoScript.h"
 #include "Apps/ferrox/Demo/DemoStage.h"
@@ -21,18 +21,17 @@ namespace {
 
 class DemoCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand(
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand(
         "demo", "nodes on this machine meet, talk, offer, lose one and find it again, with measured times");
-    app->add_option("--nodes", nodes_, "how many nodes take part, the last of them late (default: 4)")
-        ->type_name("N")
-        ->check(CLI::Range(3, 8).description(""));
-    app->add_option("--interface", interfaces_, "meet over this interface (default: lo, seen by nobody else)")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    declareOutputOptions(*app, options_);
-    app->footer("Exit status 0 only if every step really happened.\n\nExample:\n  ferrox demo --nodes 6");
-    return app;
+    line.argument("--nodes", nodes_, "how many nodes take part, the last of them late (default: 4)")
+        .typeName("N")
+        .range(3, 8);
+    line.repeated("--interface", interfaces_, "meet over this interface (default: lo, seen by nobody else)")
+        .typeName("NAME");
+    declareOutputOptions(line, options_);
+    line.footer("Exit status 0 only if every step really happened.\n\nExample:\n  ferrox demo --nodes 6");
+    return line;
   }
 
   int run() override {

@@ -1,10 +1,10 @@
 // `ferrox doctor`: what would keep peers from meeting, in plain words.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Doctor/Checks.h"
@@ -18,14 +18,14 @@ constexpr std::chrono::milliseconds multicastWait{2000};
 
 class DoctorCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("doctor", "says in plain words what would keep peers from meeting");
-    declareNodeOptions(*app, options_, FRXDefaultPort);
-    app->footer(
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("doctor", "says in plain words what would keep peers from meeting");
+    declareNodeOptions(line, options_, FRXDefaultPort);
+    line.footer(
         "Give it the options that the node is given. Exit status 1 when something would keep peers from\n"
         "meeting. It announces nothing and changes nothing.\n\n"
         "Example:\n  ferrox doctor --peer 192.168.7.20 --peer edit-suite-3.local:16700");
-    return app;
+    return line;
   }
 
   int run() override {

@@ -2,12 +2,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Downloads/DownloadOptions.h"
@@ -27,26 +27,24 @@ constexpr std::chrono::milliseconds progressInterval{200};
 
 class FetchCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    app_ = parent.add_subcommand("fetch", "segments of a remote file, into the same places of a local one");
-    declareDownloadOptions(*app_, options_);
-    app_->add_option("--segment", segmentTexts_, "first byte, from 0, and number of bytes; repeatable")
-        ->required()
-        ->type_name("START:LENGTH")
-        ->allow_extra_args(false)
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-              return fetchSegmentFrom(text) ? "" : "a segment is START:LENGTH in bytes, LENGTH at least 1";
-            },
-            ""));
-    app_->footer(
+  CommandLine& declare(CommandLine& parent) override {
+    commandLine_ =
+        &parent.subcommand("fetch", "segments of a remote file, into the same places of a local one");
+    declareDownloadOptions(*commandLine_, options_);
+    commandLine_->repeated("--segment", segmentTexts_, "first byte, from 0, and number of bytes; repeatable")
+        .required()
+        .typeName("START:LENGTH")
+        .check([](const std::string& text) {
+          return fetchSegmentFrom(text) ? "" : "a segment is START:LENGTH in bytes, LENGTH at least 1";
+        });
+    commandLine_->footer(
         "The local file is made when it is missing, and changed only where the segments are.\n\n"
         "Example:\n  ferrox fetch http://10.0.0.7:16654/streams/cam/take.mov take.mov --segment 0:4096");
-    return app_;
+    return *commandLine_;
   }
 
   int run() override {
-    applyDownloadOptions(*app_, options_);
+    applyDownloadOptions(*commandLine_, options_);
     RunLoop& loop = RunLoop::main();
     const SignalWatcher signals(loop, {SIGINT, SIGTERM, SIGHUP}, [&loop](int) { loop.stop(); });
     std::vector<FetchSegment> segments;
@@ -103,7 +101,7 @@ class FetchCommand final : public Subcommand {
                                   elapsed, escapedForTerminal(options_.file), size_));
   }
 
-  CLI::App* app_ = nullptr;
+  CommandLine* commandLine_ = nullptr;
   DownloadOptions options_;
   std::vector<std::string> segmentTexts_;
   ProgressLine line_{STDERR_FILENO};

@@ -1,12 +1,12 @@
 // `ferrox follow URL FILE`: a movie file that may still be growing.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Downloads/DownloadOptions.h"
@@ -24,24 +24,25 @@ Clock::Duration seconds(double count) {
 
 class FollowCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    app_ = parent.add_subcommand("follow", "a movie file that may still be growing, until it no longer does");
-    declareDownloadOptions(*app_, options_);
-    declareSeconds(*app_, "--interval", interval_, shortestTime, "how often to ask (default: 1)");
-    declareSeconds(*app_, "--until-idle", untilIdle_, 0,
+  CommandLine& declare(CommandLine& parent) override {
+    commandLine_ =
+        &parent.subcommand("follow", "a movie file that may still be growing, until it no longer does");
+    declareDownloadOptions(*commandLine_, options_);
+    declareSeconds(*commandLine_, "--interval", interval_, shortestTime, "how often to ask (default: 1)");
+    declareSeconds(*commandLine_, "--until-idle", untilIdle_, 0,
                    "end after so long without growth (default: 10); 0 asks once");
-    app_->footer(
+    commandLine_->footer(
         "Follows the atoms of a QuickTime or MP4 file. Media whose size is not known yet is waited for, so "
         "while\n"
         "a recorder leaves that size open until its end, give --until-idle longer than the recording. FILE "
         "must\n"
         "be new or empty.\n\n"
         "Example:\n  ferrox follow http://10.0.0.7:16654/streams/cam/take.mov take.mov --until-idle 30");
-    return app_;
+    return *commandLine_;
   }
 
   int run() override {
-    applyDownloadOptions(*app_, options_);
+    applyDownloadOptions(*commandLine_, options_);
     if (holdsSomething()) {
       return reportFailure(options_.node.json, options_.file + " holds something already");
     }
@@ -106,7 +107,7 @@ class FollowCommand final : public Subcommand {
                                   session.sizeInBytes(), endsAtAtom ? "with" : "within"));
   }
 
-  CLI::App* app_ = nullptr;
+  CommandLine* commandLine_ = nullptr;
   DownloadOptions options_;
   double interval_ = 1;
   double untilIdle_ = 10;

@@ -1,18 +1,17 @@
 #include "Apps/ferrox/Commands/GatheringCommand.h"
 
-#include <CLI/CLI.hpp>
-
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
 #include "Platform/RunLoop/RunLoop.h"
 
 namespace ferrox::command {
 
-void GatheringCommand::declareGatheringOptions(CLI::App& app) {
-  app.add_option("--wait", wait_, "how many seconds to look for peers at most (default: 3)")
-      ->type_name("S")
-      ->check(CLI::Range(0.0, 3600.0).description(""));
-  declareNodeOptions(app, setup_.options, 0, DefaultIdentity::New);
+void GatheringCommand::declareGatheringOptions(CommandLine& line) {
+  line.argument("--wait", wait_, "how many seconds to look for peers at most (default: 3)")
+      .typeName("S")
+      .range(0.0, 3600.0);
+  declareNodeOptions(line, setup_.options, 0, DefaultIdentity::New);
 }
 
 int GatheringCommand::run() {

@@ -29,7 +29,7 @@ class GatheringCommand : public Subcommand, public NodeListener {
   explicit GatheringCommand(std::chrono::milliseconds closingTime) : closingTime_(closingTime) {}
 
   /// Adds --wait and the options of a node.
-  void declareGatheringOptions(CLI::App& app);
+  void declareGatheringOptions(CommandLine& line);
   /// Everybody is there, or the time is up. Ends with `finish()`, at once or later.
   virtual void gathered() = 0;
   /// Whether there is an outcome to tell although it was interrupted.

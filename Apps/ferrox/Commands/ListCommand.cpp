@@ -2,12 +2,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/GatheringCommand.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
@@ -32,17 +32,17 @@ class ListCommand final : public GatheringCommand {
  public:
   ListCommand() : GatheringCommand(closingTime) {}
 
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("list", "every peer's streams and projects, with their URLs");
-    app->add_flag("--addresses", wantsAddresses_,
-                  "URLs with addresses, for programs that cannot look names under .local up");
-    declareGatheringOptions(*app);
-    app->footer(
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("list", "every peer's streams and projects, with their URLs");
+    line.flag("--addresses", wantsAddresses_,
+              "URLs with addresses, for programs that cannot look names under .local up");
+    declareGatheringOptions(line);
+    line.footer(
         "It asks once it is connected to all peers that it found and nobody new has shown up for 1.5 "
         "seconds.\n"
         "Exit status 1 when peers are there and none of them answers.\n\n"
         "Example:\n  ferrox list --addresses\n  ffplay http://10.0.0.7:16654/streams/cam/index.m3u8");
-    return app;
+    return line;
   }
 
  protected:

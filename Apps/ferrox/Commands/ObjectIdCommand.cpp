@@ -1,7 +1,9 @@
 // `ferrox object-id PREFIX`: identifiers for objects of an application.
-#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
 #include <string>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Classes/Utilities/FRXObjectIDGenerator.h"
@@ -12,15 +14,17 @@ namespace {
 
 class ObjectIdCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("object-id", "makes object identifiers, one a line");
-    app->add_option("PREFIX", prefix_, "the type of the objects, which each identifier begins with")
-        ->required()
-        ->check(CLI::Validator([](const std::string& text) { return isUtf8(text) ? "" : "not UTF-8"; }, ""));
-    app->add_option("--count", count_, "how many (default: 1)")->check(CLI::Range(1, mostAtOnce));
-    app->add_flag("--json", json_, "one JSON object a line");
-    app->footer("Example:\n  ferrox object-id clip --count 3");
-    return app;
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("object-id", "makes object identifiers, one a line");
+    line.argument("PREFIX", prefix_, "the type of the objects, which each identifier begins with")
+        .required()
+        .check([](const std::string& text) { return isUtf8(text) ? "" : "not UTF-8"; });
+    line.argument("--count", count_, "how many (default: 1)")
+        .typeName(fmt::format("INT:INT in [1 - {}]", mostAtOnce))
+        .range(1, mostAtOnce);
+    line.flag("--json", json_, "one JSON object a line");
+    line.footer("Example:\n  ferrox object-id clip --count 3");
+    return line;
   }
 
   int run() override {

@@ -1,10 +1,10 @@
 // `ferrox peers`: who is there.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <utility>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
@@ -18,17 +18,15 @@ namespace {
 
 class PeersCommand final : public Subcommand, public NodeListener {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app =
-        parent.add_subcommand("peers", "who is there: looks for some seconds, prints a table, ends");
-    app->add_option("--wait", wait_, "how many seconds to look (default: 3)")
-        ->type_name("S")
-        ->check(CLI::Range(0.0, 3600.0).description(""));
-    declareNodeOptions(*app, setup_.options, 0);
-    app->footer(
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line =
+        parent.subcommand("peers", "who is there: looks for some seconds, prints a table, ends");
+    line.argument("--wait", wait_, "how many seconds to look (default: 3)").typeName("S").range(0.0, 3600.0);
+    declareNodeOptions(line, setup_.options, 0);
+    line.footer(
         "It only listens: nothing is announced, and nodes of this machine are listed too.\n\n"
         "Example:\n  ferrox peers --wait 5 --peer 192.168.7.20");
-    return app;
+    return line;
   }
 
   int run() override {

@@ -1,7 +1,6 @@
 // `ferrox post NAME`: one notification to the peers that are there.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -9,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/GatheringCommand.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
@@ -27,7 +27,7 @@ class PostCommand final : public GatheringCommand {
  public:
   PostCommand() : GatheringCommand(closingTime) {}
 
-  CLI::App* declare(CLI::App& parent) override;
+  CommandLine& declare(CommandLine& parent) override;
 
   void connectionChanged(const ConnectionEvent& event) override {
     GatheringCommand::connectionChanged(event);
@@ -51,6 +51,7 @@ class PostCommand final : public GatheringCommand {
   int report() const override;
 
  private:
+  std::string takeUserInfo(const std::string& text);
   int reportReached(const Recipients& reached) const;
   static std::string names(const Recipients& services);
 
@@ -65,34 +66,32 @@ std::string checkNotBlank(const std::string& text) {
   return ferrox::text::isValidUtf8(text) ? "" : "must be UTF-8 text";
 }
 
-CLI::App* PostCommand::declare(CLI::App& parent) {
-  CLI::App* app = parent.add_subcommand("post", "posts one notification to the peers that are there");
-  app->add_option("NAME", post_.name, "the notification's name")
-      ->required()
-      ->check(CLI::Validator(checkNotBlank, ""));
-  app->add_option_function<std::string>(
-         "--filter", [this](const std::string& text) { post_.filter = text; },
-         "reaches those who observe the name with this filter, or with none")
-      ->type_name("TEXT")
-      ->check(CLI::Validator(checkNotBlank, ""));
-  app->add_option_function<std::string>(
-         "--user-info",
-         [this](const std::string& text) {
-           FRXError error;
-           const std::optional<FRXValue> value = parseJson(text, &error);
-           if (!value) throw CLI::ValidationError("--user-info", "is no JSON: " + error.localizedDescription);
-           if (value->asObject() == nullptr) throw CLI::ValidationError("--user-info", "is no JSON object");
-           post_.userInfo = *value->asObject();
-         },
-         "what goes along, a JSON object")
-      ->type_name("JSON");
-  declareGatheringOptions(*app);
-  app->footer(
+CommandLine& PostCommand::declare(CommandLine& parent) {
+  CommandLine& line = parent.subcommand("post", "posts one notification to the peers that are there");
+  line.argument("NAME", post_.name, "the notification's name").required().check(checkNotBlank);
+  line.argument("--filter", post_.filter, "reaches those who observe the name with this filter, or with none")
+      .typeName("TEXT")
+      .check(checkNotBlank);
+  line.argument(
+          "--user-info", [this](const std::string& text) { return takeUserInfo(text); },
+          "what goes along, a JSON object")
+      .typeName("JSON");
+  declareGatheringOptions(line);
+  line.footer(
       "It posts once it is connected to all peers that it found and nobody new has shown up for 1.5 "
       "seconds,\n"
       "and ends when they have confirmed it: exit status 0, or 1 when nobody was reached.\n\n"
       "Example:\n  ferrox post TakeFinished --filter \"edit suite 3\" --user-info '{\"take\": 7}'");
-  return app;
+  return line;
+}
+
+std::string PostCommand::takeUserInfo(const std::string& text) {
+  FRXError error;
+  const std::optional<FRXValue> value = parseJson(text, &error);
+  if (!value) return "is no JSON: " + error.localizedDescription;
+  if (value->asObject() == nullptr) return "is no JSON object";
+  post_.userInfo = *value->asObject();
+  return "";
 }
 
 int PostCommand::report() const {

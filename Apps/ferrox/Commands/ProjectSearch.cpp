@@ -75,9 +75,9 @@ std::optional<SharedProject> findProject(const ProjectName& name, const std::vec
 
 ProjectSearch::ProjectSearch() : GatheringCommand(closingTime) {}
 
-CLI::App* ProjectSearch::declare(CLI::App& app) {
-  declareGatheringOptions(app);
-  return &app;
+CommandLine& ProjectSearch::declare(CommandLine& subcommand) {
+  declareGatheringOptions(subcommand);
+  return subcommand;
 }
 
 int ProjectSearch::find(const ProjectName& name) {

@@ -36,7 +36,7 @@ class ProjectSearch final : public GatheringCommand {
   ProjectSearch();
 
   /// Adds nothing but options.
-  CLI::App* declare(CLI::App& app) override;
+  CommandLine& declare(CommandLine& subcommand) override;
   /// Looks for that project; an exit code. After ExitDone `found()` has it.
   int find(const ProjectName& name);
   const SharedProject& found() const { return *found_; }

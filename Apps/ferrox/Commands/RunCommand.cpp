@@ -2,11 +2,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/DeclareObservations.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
@@ -132,22 +132,19 @@ class RunSession final : public NodeListener {
 
 class RunCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app =
-        parent.add_subcommand("run", "a node until it is stopped: publishes, browses, monitors, connects");
-    declareOffer(*app, "--share", setup_.offers.projects, "offer a folder that peers may copy; repeatable");
-    declareOffer(*app, "--stream", setup_.offers.streams, "offer a folder of a live stream; repeatable");
-    declareOffer(*app, "--moments", setup_.offers.moments, "offer a folder of moments data; repeatable");
-    declareObservations(*app, "--observe", setup_.observations,
-                        "tell of notifications of this name, with this filter only; repeatable")
-        ->allow_extra_args(false);
-    app->add_option_function<std::string>(
-           "--status", [this](const std::string& text) { setup_.status = text; },
-           "a short text that peers can read in the announcement")
-        ->type_name("TEXT")
-        ->check(CLI::Validator(checkStatus, ""));
-    declareNodeOptions(*app, setup_.options, FRXDefaultPort);
-    app->footer(
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line =
+        parent.subcommand("run", "a node until it is stopped: publishes, browses, monitors, connects");
+    declareOffer(line, "--share", setup_.offers.projects, "offer a folder that peers may copy; repeatable");
+    declareOffer(line, "--stream", setup_.offers.streams, "offer a folder of a live stream; repeatable");
+    declareOffer(line, "--moments", setup_.offers.moments, "offer a folder of moments data; repeatable");
+    declareObservations(line, "--observe", setup_.observations,
+                        "tell of notifications of this name, with this filter only; repeatable");
+    line.argument("--status", setup_.status, "a short text that peers can read in the announcement")
+        .typeName("TEXT")
+        .check(checkStatus);
+    declareNodeOptions(line, setup_.options, FRXDefaultPort);
+    line.footer(
         "With --json, events come on stdout, one JSON object a line, and commands are read from stdin:\n"
         "  {\"cmd\": \"post\", \"name\": TEXT, \"filter\"?: TEXT, \"userInfo\"?: {...}, \"repost\"?: true}\n"
         "  {\"cmd\": \"postLocal\"|\"observe\"|\"unobserve\", \"name\": TEXT, \"filter\"?: TEXT, ...}\n"
@@ -166,7 +163,7 @@ class RunCommand final : public Subcommand {
         "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
         "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"\n"
         "  ferrox run --observe TakeFinished --observe Playhead=\"edit suite 3\"");
-    return app;
+    return line;
   }
 
   int run() override {
@@ -179,24 +176,21 @@ class RunCommand final : public Subcommand {
     return text.size() <= Node::maxStatusSize ? "" : fmt::format("at most {} bytes", Node::maxStatusSize);
   }
 
-  static void declareOffer(CLI::App& app, const std::string& option, std::vector<Offer>& offers,
+  static void declareOffer(CommandLine& line, const std::string& option, std::vector<Offer>& offers,
                            const std::string& description) {
-    app.add_option_function<std::vector<std::string>>(
-           option,
-           [&offers, option](const std::vector<std::string>& texts) {
-             for (const std::string& text : texts) {
-               std::string problem;
-               auto offer = Offer::fromText(text, problem);
-               if (!offer) throw CLI::ValidationError(option, problem);
-               const bool taken = std::any_of(offers.begin(), offers.end(),
-                                              [&](const Offer& other) { return other.id == offer->id; });
-               if (taken) throw CLI::ValidationError(option, "the ID " + offer->id + " is given twice");
-               offers.push_back(std::move(*offer));
-             }
-           },
-           description)
-        ->type_name("ID[:NAME]=DIR")
-        ->allow_extra_args(false);
+    const auto take = [&offers](const std::string& text) { return takeOffer(text, offers); };
+    line.repeated(option, take, description).typeName("ID[:NAME]=DIR");
+  }
+
+  static std::string takeOffer(const std::string& text, std::vector<Offer>& offers) {
+    std::string problem;
+    auto offer = Offer::fromText(text, problem);
+    if (!offer) return problem;
+    const bool taken =
+        std::any_of(offers.begin(), offers.end(), [&](const Offer& other) { return other.id == offer->id; });
+    if (taken) return "the ID " + offer->id + " is given twice";
+    offers.push_back(std::move(*offer));
+    return "";
   }
 
   NodeSetup setup_;

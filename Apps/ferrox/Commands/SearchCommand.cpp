@@ -1,8 +1,7 @@
 // `ferrox search ADDRESS`: asks one address for its service record.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
-
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
@@ -19,18 +18,16 @@ namespace {
 
 class SearchCommand final : public Subcommand {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("search", "asks one address for its service record");
-    app->add_option("ADDRESS", address_, "HOST, HOST:PORT or an IP address (default port: 16654)")
-        ->required()
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-              return FRXPeerAddress::fromText(text) ? "" : "neither a host name nor an IP address";
-            },
-            ""));
-    declareNodeOptions(*app, options_, 0);
-    app->footer("Example:\n  ferrox search edit-suite-3.local");
-    return app;
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("search", "asks one address for its service record");
+    line.argument("ADDRESS", address_, "HOST, HOST:PORT or an IP address (default port: 16654)")
+        .required()
+        .check([](const std::string& text) {
+          return FRXPeerAddress::fromText(text) ? "" : "neither a host name nor an IP address";
+        });
+    declareNodeOptions(line, options_, 0);
+    line.footer("Example:\n  ferrox search edit-suite-3.local");
+    return line;
   }
 
   int run() override {

@@ -3,17 +3,15 @@
 
 #include <memory>
 
-namespace CLI {
-class App;
-}
-
 namespace ferrox::command {
+
+class CommandLine;
 
 class Subcommand {
  public:
   virtual ~Subcommand() = default;
   /// Adds itself, with its options, to the command; lives at least as long as `parent`. The added subcommand.
-  virtual CLI::App* declare(CLI::App& parent) = 0;
+  virtual CommandLine& declare(CommandLine& parent) = 0;
   /// Does its work and answers with the exit code.
   virtual int run() = 0;
 };

@@ -2,12 +2,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <memory>
 #include <optional>
 #include <utility>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Commands/DeclareObservations.h"
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
@@ -26,18 +26,18 @@ constexpr std::chrono::seconds closingTime{2};
 
 class WatchCommand final : public Subcommand, public NodeListener {
  public:
-  CLI::App* declare(CLI::App& parent) override {
-    CLI::App* app = parent.add_subcommand("watch", "incoming notifications of these names, as they come");
-    declareObservations(*app, "NAME", setup_.observations,
+  CommandLine& declare(CommandLine& parent) override {
+    CommandLine& line = parent.subcommand("watch", "incoming notifications of these names, as they come");
+    declareObservations(line, "NAME", setup_.observations,
                         "what to watch, with this filter only; one or more")
-        ->required();
-    declareNodeOptions(*app, setup_.options, 0, DefaultIdentity::New);
-    app->footer(
+        .required();
+    declareNodeOptions(line, setup_.options, 0, DefaultIdentity::New);
+    line.footer(
         "It is a node that others see, until it is stopped. Each line tells the sender's time, the name, "
         "the\n"
         "filter, the sender, and what it sent; with --json each is a notification event.\n\n"
         "Example:\n  ferrox watch TakeFinished Playhead=\"edit suite 3\"");
-    return app;
+    return line;
   }
 
   int run() override {

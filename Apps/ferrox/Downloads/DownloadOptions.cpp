@@ -1,7 +1,6 @@
 #include "Apps/ferrox/Downloads/DownloadOptions.h"
 
-#include <CLI/CLI.hpp>
-
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Platform/HTTP/Client/HTTPClientTarget.h"
 
 namespace ferrox::command {
@@ -18,28 +17,22 @@ std::string checkFile(const std::string& text) { return text.empty() ? "a file n
 
 }  // namespace
 
-void declareSeconds(CLI::App& subcommand, const std::string& name, double& seconds, double least,
+void declareSeconds(CommandLine& subcommand, const std::string& name, double& seconds, double least,
                     const std::string& description) {
-  subcommand.add_option(name, seconds, description)
-      ->type_name("S")
-      ->check(CLI::Range(least, longestTime).description(""));
+  subcommand.argument(name, seconds, description).typeName("S").range(least, longestTime);
 }
 
-void declareDownloadOptions(CLI::App& subcommand, DownloadOptions& options) {
-  subcommand.add_option("URL", options.url, "what to fetch (http)")
-      ->required()
-      ->check(CLI::Validator(checkURL, ""));
-  subcommand.add_option("FILE", options.file, "the local file")
-      ->required()
-      ->check(CLI::Validator(checkFile, ""));
+void declareDownloadOptions(CommandLine& subcommand, DownloadOptions& options) {
+  subcommand.argument("URL", options.url, "what to fetch (http)").required().check(checkURL);
+  subcommand.argument("FILE", options.file, "the local file").required().check(checkFile);
   declareSeconds(subcommand, "--timeout", options.timeout, shortestTime,
                  "how long the server may be silent (default: 60)");
   declareNodeOptions(subcommand, options.node, 0);
 }
 
-void applyDownloadOptions(const CLI::App& subcommand, const DownloadOptions& options) {
+void applyDownloadOptions(const CommandLine& subcommand, const DownloadOptions& options) {
   NodeOptions node = options.node;
-  if (subcommand.count("--log-level") == 0) node.logLevel = LogLevel::Error;
+  if (!subcommand.isGiven("--log-level")) node.logLevel = LogLevel::Error;
   applyNodeOptions(node);
 }
 

@@ -18,12 +18,12 @@ struct DownloadOptions {
 };
 
 /// Declares URL, FILE, --timeout and what a subcommand that looks host names up is told.
-void declareDownloadOptions(CLI::App& subcommand, DownloadOptions& options);
+void declareDownloadOptions(CommandLine& subcommand, DownloadOptions& options);
 /// Declares an option that takes from `least` seconds to a year.
-void declareSeconds(CLI::App& subcommand, const std::string& name, double& seconds, double least,
+void declareSeconds(CommandLine& subcommand, const std::string& name, double& seconds, double least,
                     const std::string& description);
 /// Like `applyNodeOptions`, without the library's warnings unless they are asked for: the subcommands say
 /// themselves, and more exactly, what is wrong with an answer.
-void applyDownloadOptions(const CLI::App& subcommand, const DownloadOptions& options);
+void applyDownloadOptions(const CommandLine& subcommand, const DownloadOptions& options);
 
 }  // namespace ferrox::command

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <map>
 
+#include "Apps/ferrox/Arguments/CommandLine.h"
 #include "Apps/ferrox/Node/CommandIdentity.h"
 #include "Apps/ferrox/Node/LogOutput.h"
 #include "Apps/ferrox/Terminal/TerminalText.h"
@@ -20,7 +20,7 @@ using BackEnd = DNSSDConfiguration::BackEnd;
 
 bool isAlnum(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 && (c & 0x80) == 0; }
 
-// A validator answers with what is wrong, or with nothing.
+// A check answers with what is wrong, or with nothing.
 std::string checkUUID(const std::string& text) {
   bool good = text.size() == 36;
   for (std::size_t i = 0; good && i < text.size(); ++i) {
@@ -63,91 +63,95 @@ const char* identityDescription(DefaultIdentity identity) {
              : "identity (default: derived from the machine); two nodes on one machine need two";
 }
 
-void declareIdentity(CLI::App& subcommand, NodeOptions& options) {
-  subcommand
-      .add_option_function<std::string>(
-          "--computer-name", [&options](const std::string& text) { options.computerName = text; },
-          "the name that peers show (default: the machine's)")
-      ->type_name("TEXT")
-      ->check(CLI::Validator(checkComputerName, ""));
-  subcommand
-      .add_option_function<std::string>(
-          "--device-uuid",
-          [&options](const std::string& text) { options.deviceUUID = upperCasedAscii(text); },
-          identityDescription(options.defaultIdentity))
-      ->type_name("UUID")
-      ->check(CLI::Validator(checkUUID, ""));
-  subcommand
-      .add_option_function<std::string>(
-          "--host-name", [&options](const std::string& text) { options.hostName = text; },
-          "the label published as NAME.local (embedded discovery only; default: the machine's host name)")
-      ->type_name("NAME")
-      ->check(CLI::Validator(checkHostName, ""));
+/// An option that takes one of the words in `choices`, which lives as long as the process.
+template <typename Choice>
+Argument declareChoice(CommandLine& subcommand, const std::string& name, Choice& chosen,
+                       const std::map<std::string, Choice>& choices, const std::string& description) {
+  std::vector<std::string> words;
+  for (const auto& [word, choice] : choices) words.push_back(word);
+  const auto take = [&chosen, &choices](const std::string& word) {
+    chosen = choices.at(word);
+    return "";
+  };
+  return subcommand.argument(name, take, description).oneOf(words);
 }
 
-void declareDiscovery(CLI::App& subcommand, NodeOptions& options) {
+void declareIdentity(CommandLine& subcommand, NodeOptions& options) {
+  subcommand
+      .argument("--computer-name", options.computerName, "the name that peers show (default: the machine's)")
+      .typeName("TEXT")
+      .check(checkComputerName);
+  subcommand
+      .argument(
+          "--device-uuid",
+          [&options](const std::string& text) {
+            options.deviceUUID = upperCasedAscii(text);
+            return "";
+          },
+          identityDescription(options.defaultIdentity))
+      .typeName("UUID")
+      .check(checkUUID);
+  subcommand
+      .argument(
+          "--host-name", options.hostName,
+          "the label published as NAME.local (embedded discovery only; default: the machine's host name)")
+      .typeName("NAME")
+      .check(checkHostName);
+}
+
+void declareDiscovery(CommandLine& subcommand, NodeOptions& options) {
   static const std::map<std::string, BackEnd> backEnds{{"auto", BackEnd::Auto},
                                                        {"embedded", BackEnd::Embedded},
                                                        {"avahi", BackEnd::Daemon},
                                                        {"off", BackEnd::Off}};
+  subcommand.repeated("--interface", options.interfaces, "limit discovery to it; repeatable (default: all)")
+      .typeName("NAME")
+      .check(checkInterface);
+  declareChoice(subcommand, "--discovery", options.discovery, backEnds,
+                "auto: the system's daemon when one runs, else embedded (default: auto)")
+      .typeName("auto|embedded|avahi|off");
   subcommand
-      .add_option("--interface", options.interfaces, "limit discovery to it; repeatable (default: all)")
-      ->type_name("NAME")
-      ->allow_extra_args(false)
-      ->check(CLI::Validator(checkInterface, ""));
-  subcommand
-      .add_option_function<std::string>(
-          "--discovery", [&options](const std::string& text) { options.discovery = backEnds.at(text); },
-          "auto: the system's daemon when one runs, else embedded (default: auto)")
-      ->type_name("auto|embedded|avahi|off")
-      ->check(CLI::IsMember(backEnds).description(""));
-  subcommand
-      .add_option_function<std::vector<std::string>>(
+      .repeated(
           "--peer",
-          [&options](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) options.peers.push_back(*FRXPeerAddress::fromText(text));
+          [&options](const std::string& text) {
+            options.peers.push_back(*FRXPeerAddress::fromText(text));
+            return "";
           },
           "a peer to look up by address, where multicast does not reach; repeatable, retried")
-      ->type_name("HOST[:PORT]")
-      ->allow_extra_args(false)
-      ->check(CLI::Validator(checkPeer, ""));
+      .typeName("HOST[:PORT]")
+      .check(checkPeer);
 }
 
-void checkTogether(const NodeOptions& options) {
-  if (options.hostName && options.discovery == BackEnd::Daemon) {
-    throw CLI::ValidationError("--host-name", "works with embedded discovery only; the daemon has its own");
-  }
+std::string checkTogether(const NodeOptions& options) {
+  const bool good = !options.hostName || options.discovery != BackEnd::Daemon;
+  return good ? "" : "--host-name: works with embedded discovery only; the daemon has its own";
 }
 
 }  // namespace
 
-void declareOutputOptions(CLI::App& subcommand, NodeOptions& options) {
+void declareOutputOptions(CommandLine& subcommand, NodeOptions& options) {
   static const std::map<std::string, LogLevel> levels{{"verbose", LogLevel::Verbose},
                                                       {"debug", LogLevel::Debug},
                                                       {"warn", LogLevel::Warn},
                                                       {"error", LogLevel::Error}};
-  subcommand.add_flag("--json", options.json, "newline-delimited JSON on stdout");
-  subcommand
-      .add_option_function<std::string>(
-          "--log-level", [&options](const std::string& text) { options.logLevel = levels.at(text); },
-          "of the lines on stderr (default: warn)")
-      ->type_name("verbose|debug|warn|error")
-      ->check(CLI::IsMember(levels).description(""));
+  subcommand.flag("--json", options.json, "newline-delimited JSON on stdout");
+  declareChoice(subcommand, "--log-level", options.logLevel, levels, "of the lines on stderr (default: warn)")
+      .typeName("verbose|debug|warn|error");
 }
 
-void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort,
+void declareNodeOptions(CommandLine& subcommand, NodeOptions& options, std::uint16_t defaultPort,
                         DefaultIdentity defaultIdentity) {
   options.port = defaultPort;
   options.defaultIdentity = defaultIdentity;
   subcommand
-      .add_option("--port", options.port,
-                  fmt::format("HTTP port; 0 means any free one (default: {})", defaultPort))
-      ->type_name("N")
-      ->check(CLI::Range(0, 65535).description(""));
+      .argument("--port", options.port,
+                fmt::format("HTTP port; 0 means any free one (default: {})", defaultPort))
+      .typeName("N")
+      .range(0, 65535);
   declareIdentity(subcommand, options);
   declareDiscovery(subcommand, options);
   declareOutputOptions(subcommand, options);
-  subcommand.parse_complete_callback([&options] { checkTogether(options); });
+  subcommand.checkTogether([&options] { return checkTogether(options); });
 }
 
 std::optional<std::string> deviceIdentity(const NodeOptions& options) {

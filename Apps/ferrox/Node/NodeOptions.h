@@ -10,11 +10,9 @@
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/Log/Log.h"
 
-namespace CLI {
-class App;
-}
-
 namespace ferrox::command {
+
+class CommandLine;
 
 /// Who a node is when the command line does not say.
 enum class DefaultIdentity {
@@ -37,12 +35,11 @@ struct NodeOptions {
   LogLevel logLevel = LogLevel::Warn;
 };
 
-/// Declares the options on a subcommand; `options` has to outlive the parsing. What is wrong with a value is
-/// said in a CLI::ParseError.
-void declareNodeOptions(CLI::App& subcommand, NodeOptions& options, std::uint16_t defaultPort,
+/// Declares the options on a subcommand; `options` has to outlive the parsing, which tells what is wrong.
+void declareNodeOptions(CommandLine& subcommand, NodeOptions& options, std::uint16_t defaultPort,
                         DefaultIdentity defaultIdentity = DefaultIdentity::Machine);
 /// Only --json and --log-level, for subcommands that start no node.
-void declareOutputOptions(CLI::App& subcommand, NodeOptions& options);
+void declareOutputOptions(CommandLine& subcommand, NodeOptions& options);
 
 /// The device identity as the options ask for it; nothing for the machine's own. A new one differs from call
 /// to call.
