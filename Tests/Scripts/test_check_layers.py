@@ -15,7 +15,8 @@ SOUND = {
     "Platform/Net/SocketPool.h": "#include <boost/asio/ip/tcp.hpp>\n",
     "Classes/Server.h": '#include "Platform/Net/Socket.h"\n',
     "Classes/Server.cpp": '#include "Classes/Server.h"\n#include <openssl/sha.h>\n',
-    "Apps/command/main.cpp": '#include <CLI/CLI.hpp>\n#include "Classes/Server.h"\n#include "Platform/Net/Address.h"\n',
+    "Apps/command/main.cpp": '#include <fmt/format.h>\n#include "Classes/Server.h"\n#include "Platform/Net/Address.h"\n',
+    "Apps/ferrox/Arguments/CommandLine.cpp": "#include <CLI/CLI.hpp>\n",
     "Tests/ServerTests.cpp": '#include "Classes/Server.h"\n#include "Platform/Net/SocketPool.h"\n',
 }
 
@@ -67,6 +68,11 @@ class LayerRule(unittest.TestCase):
     def test_the_libraries_of_the_command_stay_there(self):
         self.refuses({"Classes/Bad.cpp": "#include <spdlog/spdlog.h>\n"}, "Classes/Bad.cpp")
         self.refuses({"Platform/Net/Bad.cpp": "#include <fmt/format.h>\n"}, "Platform/Net/Bad.cpp")
+
+    def test_one_source_file_speaks_to_the_parser(self):
+        for name in ("Apps/command/main.cpp", "Apps/ferrox/Arguments/CommandLine.h", "Tests/ServerTests.cpp"):
+            with self.subTest(name=name):
+                self.refuses({name: "#include <CLI/CLI.hpp>\n"}, name + " includes CLI/CLI.hpp")
 
     def test_examples_need_nothing_else(self):
         self.refuses({"Examples/x/main.cpp": "#include <CLI/CLI.hpp>\n"}, "Examples/x/main.cpp")
