@@ -118,7 +118,8 @@ class _Reporter(ServiceListener):
         info = zeroconf.get_service_info(kind, name, 3000)
         if info is not None:
             txt = {key.decode(): (value or b"").decode() for key, value in info.properties.items()}
-            self._records.put({"name": name.removesuffix("." + TYPE), "host": info.server, "port": info.port, "txt": txt})
+            self._records.put({"name": name.removesuffix("." + TYPE), "host": info.server, "port": info.port,
+                               "txt": txt})
 
     def add_service(self, zeroconf, kind, name):
         self._report(zeroconf, kind, name)
