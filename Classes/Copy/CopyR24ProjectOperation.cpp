@@ -303,7 +303,7 @@ FileTransferSettings CopyR24ProjectOperation::transferSettings() {
   settings.localPathOf = [this](const std::string& path) { return generateFileAbsolutePath(path); };
   settings.isCancelled = [this] { return isCancelled(); };
   // So many more that the queue never runs dry while those that ended are handled.
-  settings.windowWidth = 2 * limit + 8;
+  settings.windowWidth = std::max<std::size_t>(64, 2 * limit + 8);
   settings.timeout = settings_.fileDownloadTimeout;
   settings.maxContentLength = settings_.maxContentLength;
   settings.resumablePieceLength = resumablePieceLength;

@@ -72,6 +72,7 @@ void FRXContentLengthOperation::getContentLength(const std::string& url, Success
     }
     onSuccess(lengthOfText(*length));
   };
+  callbacks.completesQuickly = startsOnCurrentThread();
   request_.send(*platform_.httpClient, std::move(request), std::move(callbacks));
 }
 

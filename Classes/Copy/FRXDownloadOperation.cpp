@@ -155,10 +155,22 @@ void FRXDownloadOperation::setExpectedSize(std::optional<std::uint64_t> size) {
   settings_.expectedSize = size;
 }
 
+void FRXDownloadOperation::setLikelySize(std::uint64_t size) {
+  if (!isStartable()) return;
+  const MutexLock lock(mutex_);
+  settings_.likelySize = size;
+}
+
 void FRXDownloadOperation::setPreservesModificationTime(bool preserves) {
   if (!isStartable()) return;
   const MutexLock lock(mutex_);
   settings_.preservesModificationTime = preserves;
+}
+
+void FRXDownloadOperation::setCompletionQueue(BackgroundQueue& queue) {
+  if (!isStartable()) return;
+  const MutexLock lock(mutex_);
+  settings_.completionQueue = &queue;
 }
 
 void FRXDownloadOperation::start() {
@@ -178,6 +190,8 @@ void FRXDownloadOperation::downloadFile(SuccessCallback onSuccess, FailureCallba
   HTTPClientRequest request;
   request.url = fromURL_;
   request.inactivityTimeout = transferInactivityTimeout(timeout_);
+  const Settings set = settings();
+  request.likelyBodySize = set.likelySize;
   if (rangeSet()) {
     request.headers.emplace_back("Range",
                                  "bytes=" + std::to_string(rangeStart()) + "-" + std::to_string(rangeEnd()));
@@ -192,6 +206,7 @@ void FRXDownloadOperation::downloadFile(SuccessCallback onSuccess, FailureCallba
                                       const HTTPClientResponse& response) {
     transfer->complete(error, response);
   };
+  callbacks.completionQueue = set.completionQueue;
   request_.send(*platform_.httpClient, std::move(request), std::move(callbacks));
 }
 

@@ -18,6 +18,7 @@
 
 namespace ferrox {
 
+class BackgroundQueue;
 struct HTTPClientResponse;
 
 /// The body streams into a file beside the target, which takes its place as the last step: whatever stood
@@ -47,15 +48,21 @@ class FRXDownloadOperation final : public FRXConcurrentOperation {
   void setDirectory(DirectoryOpener open);
   /// A body of any other length is an error. Off unless set.
   void setExpectedSize(std::optional<std::uint64_t> size);
+  /// How long the body is going to be, for the size of buffers alone.
+  void setLikelySize(std::uint64_t size);
   /// The file takes over the time of the answer's "Last-Modified", where there is one. Off unless set.
   void setPreservesModificationTime(bool preserves);
+
+  /// Where the transfer is completed, which writes a small file. Borrowed until the operation is finished;
+  /// the threads of the HTTP client unless set.
+  void setCompletionQueue(BackgroundQueue& queue);
 
   /// Begins the transfer. Finishes at once when it is not startable.
   void start() override;
   /// Ends a transfer under way.
   void cancel() override;
 
-  /// The transfer alone. Exactly one of the callbacks is called, once, on a thread of the HTTP client.
+  /// The transfer alone. Exactly one of the callbacks is called, once, on the completion queue.
   /// To be called at most once.
   void downloadFile(SuccessCallback onSuccess, FailureCallback onFailure);
 
@@ -92,7 +99,9 @@ class FRXDownloadOperation final : public FRXConcurrentOperation {
   struct Settings {
     DirectoryOpener openDirectory;
     std::optional<std::uint64_t> expectedSize;
+    std::optional<std::uint64_t> likelySize;
     bool preservesModificationTime = false;
+    BackgroundQueue* completionQueue = nullptr;
   };
 
   Settings settings() const;

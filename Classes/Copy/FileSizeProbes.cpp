@@ -47,6 +47,7 @@ class Probing {
     auto probe = std::make_shared<FRXContentLengthOperation>(settings_.urlOf(path), settings_.timeout,
                                                              settings_.platform);
     probe->setUserInfo({{"path", path}});
+    probe->setStartsOnCurrentThread(true);
     return probe;
   }
 

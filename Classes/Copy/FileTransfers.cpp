@@ -8,11 +8,15 @@
 #include "Classes/Copy/FRXDownloadOperation.h"
 #include "Classes/Copy/FRXFileJoiningOperation.h"
 #include "Platform/FileSystem/PathRules.h"
+#include "Platform/Queues/BackgroundQueue.h"
 
 namespace ferrox {
 namespace {
 
 FRXError copyError(const std::string& message) { return downloadError("CopyR24ProjectOperation", message); }
+
+// They write small files, which seldom waits for the disk: few that are busy cost fewer wake-ups than many.
+constexpr unsigned finishingThreads = 4;
 
 /// A download that was cancelled is finished without an error too, but has written nothing.
 bool didSucceed(const FRXDownloadOperation& download) {
@@ -40,7 +44,10 @@ FileTransfers::FileTransfers(const ProjectStructureDocument& document,
       settings_(std::move(settings)),
       events_(std::move(events)),
       pieceNames_(document),
+      finishing_(BackgroundQueue::makePool(finishingThreads)),
       window_(queue, settings_.windowWidth, settings_.isCancelled) {}
+
+FileTransfers::~FileTransfers() = default;
 
 std::optional<FRXError> FileTransfers::run() {
   if (auto error = unsplittable()) return error;
@@ -115,6 +122,9 @@ FileTransfers::Download FileTransfers::makeDownload(const std::string& path, con
   auto download = std::make_shared<FRXDownloadOperation>(
       settings_.urlOf(path), settings_.localPathOf(localName), settings_.timeout, settings_.platform);
   download->setDirectory(folderOf(localName));
+  download->setLikelySize(size);
+  download->setCompletionQueue(*finishing_);
+  download->setStartsOnCurrentThread(true);
   if (settings_.verifiesSizes || settings_.resumes) download->setExpectedSize(size);
   download->setPreservesModificationTime(settings_.preservesModificationTimes);
   return download;

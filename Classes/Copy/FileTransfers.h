@@ -19,6 +19,7 @@
 
 namespace ferrox {
 
+class BackgroundQueue;
 class FRXDownloadOperation;
 class OperationQueue;
 
@@ -56,6 +57,7 @@ class FileTransfers {
  public:
   FileTransfers(const ProjectStructureDocument& document, const std::vector<std::uint64_t>& sizes,
                 OperationQueue& queue, FileTransferSettings settings, FileTransferEvents events);
+  ~FileTransfers();
 
   /// Transfers every file and blocks until everything that was queued for that has ended. The error of the
   /// first operation that failed, in the order in which they were made. A size that cannot be split fails
@@ -92,6 +94,8 @@ class FileTransfers {
   std::uint64_t nextNumber_ = 0;
   std::uint64_t failedNumber_ = 0;
   std::optional<FRXError> error_;
+  // Outlives the operations in the window.
+  const std::unique_ptr<BackgroundQueue> finishing_;
   OperationWindow window_;
 };
 

@@ -1,6 +1,7 @@
 #include "Classes/Copy/OperationWindow.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <string_view>
 #include <unordered_map>
@@ -11,20 +12,30 @@
 
 namespace ferrox {
 
+// Nobody notices a progress that is so much late.
+constexpr auto longestGathering = std::chrono::milliseconds(10);
+
 /// Collects what ends, on whatever thread that is. An operation may announce its end more than once.
 /// It is told before the queue is, as it observes the operations first.
 class OperationWindow::Observer : public OperationObserver {
  public:
+  explicit Observer(std::size_t width) : half_(width / 2) {}
+
   void watch(const std::shared_ptr<FRXConcurrentOperation>& operation, std::uint64_t number, Failure failure)
       FRX_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
     watched_.emplace(operation.get(), Watched{operation, number, failure});
   }
 
-  /// Numbers of those that ended since the last call; waits for one if there is none.
+  /// Numbers of those that ended since the last call; waits for one if there is none. Then it stays a moment
+  /// for more while enough are left to keep the queue busy, as small files end too fast to wake up for each.
   std::vector<std::uint64_t> take() FRX_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
     while (ended_.empty()) changed_.wait(mutex_);
+    const auto deadline = std::chrono::steady_clock::now() + longestGathering;
+    while (watched_.size() > half_ && !failed_) {
+      if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) break;
+    }
     return std::exchange(ended_, {});
   }
 
@@ -61,10 +72,11 @@ class OperationWindow::Observer : public OperationObserver {
                 [](const Watched& a, const Watched& b) { return a.number > b.number; });
     }
     ended_.push_back(ended.number);
-    changed_.notify_one();
+    if (ended_.size() == 1 || watched_.size() <= half_ || failed_) changed_.notify_one();
     return others;
   }
 
+  const std::size_t half_;
   mutable Mutex mutex_;
   std::condition_variable_any changed_;
   std::unordered_map<const Operation*, Watched> watched_ FRX_GUARDED_BY(mutex_);
@@ -76,7 +88,7 @@ OperationWindow::OperationWindow(OperationQueue& queue, std::size_t width, std::
     : queue_(queue),
       width_(width),
       isCancelled_(std::move(isCancelled)),
-      observer_(std::make_shared<Observer>()) {}
+      observer_(std::make_shared<Observer>(width)) {}
 
 OperationWindow::~OperationWindow() {
   cancelFrom(0);

@@ -51,6 +51,12 @@ class Operation : public std::enable_shared_from_this<Operation> {
   /// Must not call the queue.
   virtual bool isEqual(const Operation& other) const { return this == &other; }
 
+  /// Its queue starts it on whatever thread makes room for it, inside the call that did, which costs no
+  /// change of threads: for operations whose start does not block, nor whoever observes them. To be set
+  /// before it is queued.
+  void setStartsOnCurrentThread(bool starts) { startsOnCurrentThread_ = starts; }
+  bool startsOnCurrentThread() const { return startsOnCurrentThread_; }
+
   /// Tells `observer` of every change of a flag from now on. Held weakly. Thread: any
   void addObserver(const std::shared_ptr<OperationObserver>& observer);
 
@@ -64,6 +70,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
   void releaseDependencies();
 
   std::atomic<bool> cancelled_{false};
+  std::atomic<bool> startsOnCurrentThread_{false};
   mutable Mutex mutex_;
   std::vector<std::shared_ptr<Operation>> dependencies_ FRX_GUARDED_BY(mutex_);
   // The queue it is in, and those of the operations that depend on it.

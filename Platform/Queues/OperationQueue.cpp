@@ -10,6 +10,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "Platform/Base/Mutex.h"
 #include "Platform/Log/Log.h"
@@ -120,15 +121,29 @@ void OperationQueue::Impl::makeReady(Item& item) {
 }
 
 void OperationQueue::Impl::startReady() {
-  const MutexLock lock(mutex);
-  while (!ready.empty() && (maximum < 0 || running < maximum)) {
-    Item& item = *ready.begin()->second;
-    ready.erase(ready.begin());
-    item.state = State::Started;
-    ++running;
-    // Posted under the lock, so that operations start in the order of adding.
-    background.post([me = shared_from_this(), operation = item.operation] { me->run(operation); });
+  // One that ends as it is started makes room for the next; a row of those must not pile up on one stack.
+  thread_local bool isStarting = false;
+  std::vector<std::shared_ptr<Operation>> here;
+  {
+    const MutexLock lock(mutex);
+    while (!ready.empty() && (maximum < 0 || running < maximum)) {
+      Item& item = *ready.begin()->second;
+      ready.erase(ready.begin());
+      item.state = State::Started;
+      ++running;
+      if (item.operation->startsOnCurrentThread() && !isStarting) {
+        here.push_back(item.operation);
+      } else {
+        // Posted under the lock, so that operations start in the order of adding.
+        background.post([me = shared_from_this(), operation = item.operation] { me->run(operation); });
+      }
+    }
   }
+  if (here.empty()) return;
+  const auto keepsItself = shared_from_this();
+  isStarting = true;
+  for (const auto& operation : here) run(operation);
+  isStarting = false;
 }
 
 void OperationQueue::Impl::run(const std::shared_ptr<Operation>& operation) {

@@ -10,8 +10,9 @@
 
 namespace ferrox {
 
-/// Holds operations until they are finished. `start()` is called on the background queue, in the order of
-/// adding among those that are ready. An operation whose `start()` throws is logged and counts as finished.
+/// Holds operations until they are finished. `start()` is called in the order of adding among those that are
+/// ready: on the background queue, or where `Operation::setStartsOnCurrentThread` says. An operation whose
+/// `start()` throws is logged and counts as finished.
 /// Destroying the queue cancels what it holds and does not wait: the operations still end by themselves, on
 /// the background queue, which has to outlive them.
 /// Thread: any

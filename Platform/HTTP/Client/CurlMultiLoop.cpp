@@ -38,9 +38,11 @@ FRXError errorOfConnecting(const FRXError& cause) {
 void complete(BackgroundQueue& queue, HTTPClientCallbacks callbacks, std::optional<FRXError> error,
               HTTPClientResponse response) {
   if (!callbacks.onCompletion) return;
+  const bool isQuick = callbacks.completesQuickly;
+  BackgroundQueue& where = callbacks.completionQueue != nullptr ? *callbacks.completionQueue : queue;
   // The other callbacks, and what they hold, must not outlive the completion.
-  queue.post([completion = std::move(callbacks.onCompletion), failure = std::move(error),
-              answer = std::move(response)]() mutable {
+  auto task = [completion = std::exchange(callbacks, {}).onCompletion, failure = std::move(error),
+               answer = std::move(response)]() mutable {
     try {
       completion(std::move(failure), std::move(answer));
     } catch (const std::exception& exception) {
@@ -48,7 +50,9 @@ void complete(BackgroundQueue& queue, HTTPClientCallbacks callbacks, std::option
     } catch (...) {
       FRX_LOG_ERROR("The completion of an HTTP request failed");
     }
-  });
+  };
+  if (isQuick) return task();
+  where.post(std::move(task));
 }
 
 }  // namespace
@@ -57,13 +61,20 @@ bool CurlInbox::post(Message message) {
   const MutexLock lock(mutex_);
   if (multi_ == nullptr) return false;
   messages_.push_back(std::move(message));
-  if (messages_.size() == 1) curl_multi_wakeup(multi_);
+  // The transfer thread looks for its own messages before it sleeps.
+  if (messages_.size() == 1 && std::this_thread::get_id() != reader_) curl_multi_wakeup(multi_);
   return true;
 }
 
 std::vector<CurlInbox::Message> CurlInbox::take() {
   const MutexLock lock(mutex_);
+  reader_ = std::this_thread::get_id();
   return std::exchange(messages_, {});
+}
+
+bool CurlInbox::isEmpty() const {
+  const MutexLock lock(mutex_);
+  return messages_.empty();
 }
 
 void CurlInbox::close() {
@@ -95,6 +106,7 @@ void CurlMultiLoop::run() {
     curl_multi_perform(multi_.get(), &running);
     readResults();
     failTimedOut();
+    if (!inbox_->isEmpty()) continue;
     curl_multi_poll(multi_.get(), nullptr, 0, millisecondsToWait(), nullptr);
   }
   inbox_->close();

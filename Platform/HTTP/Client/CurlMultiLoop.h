@@ -39,11 +39,14 @@ class CurlInbox {
   explicit CurlInbox(CURLM* multi) : multi_(multi) {}
   /// False after `close`. Thread: any
   bool post(Message message);
+  /// Thread: the one that reads, always the same
   std::vector<Message> take();
+  bool isEmpty() const;
   void close();
 
  private:
-  Mutex mutex_;
+  mutable Mutex mutex_;
+  std::thread::id reader_ FRX_GUARDED_BY(mutex_);
   CURLM* multi_ FRX_GUARDED_BY(mutex_);
   std::vector<Message> messages_ FRX_GUARDED_BY(mutex_);
 };

@@ -16,7 +16,18 @@
 namespace ferrox {
 namespace {
 
-constexpr long streamingBufferSize = 512L << 10;
+// Large reads halve the time of a bulk transfer, but every request would pay for the memory.
+constexpr std::uint64_t smallestBufferSize = 16 << 10;
+constexpr std::uint64_t streamingBufferSize = 512 << 10;
+
+/// One buffer takes a short answer whole.
+long bufferSizeFor(const HTTPClientRequest& request) {
+  constexpr std::uint64_t roomForHeaders = 1 << 10;
+  if (!request.likelyBodySize || *request.likelyBodySize >= streamingBufferSize) {
+    return static_cast<long>(streamingBufferSize);
+  }
+  return static_cast<long>(std::max(smallestBufferSize, *request.likelyBodySize + roomForHeaders));
+}
 
 // Every connection is made by us, so the library must never look a name up or choose an address: it is sent
 // to this one, which the socket callbacks then ignore. Connections are still kept apart by host and port.
@@ -100,8 +111,7 @@ void CurlTransfer::setRequestOptions() {
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::bodyArrived);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
-  // Large reads halve the time of a bulk transfer, but every request would pay for the memory.
-  if (callbacks_.onData) curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, streamingBufferSize);
+  if (callbacks_.onData) curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, bufferSizeFor(request_));
 }
 
 bool CurlTransfer::setHeaders() {

@@ -16,6 +16,7 @@
 
 namespace ferrox {
 
+class BackgroundQueue;
 class HostNameResolver;
 
 struct HTTPClientRequest {
@@ -27,6 +28,8 @@ struct HTTPClientRequest {
   std::optional<std::chrono::milliseconds> inactivityTimeout = std::chrono::seconds(60);
   /// A collected body (no `onData`) larger than this fails the request.
   std::size_t maxBodySize = std::size_t{64} << 20;
+  /// How large the body will be, as far as is known; a short one that streams then costs less memory.
+  std::optional<std::uint64_t> likelyBodySize = std::nullopt;
 };
 
 struct HTTPClientResponse {
@@ -78,6 +81,11 @@ struct HTTPClientCallbacks {
   /// Exactly once, never inside the call that began the request, on a callback thread that may be blocked
   /// without stalling any transfer. Either an error or a response.
   std::function<void(std::optional<FRXError>, HTTPClientResponse)> onCompletion = nullptr;
+  /// The completion never blocks and is called on the transfer thread, which spares a change of threads.
+  bool completesQuickly = false;
+  /// Where the completion is called otherwise; borrowed until then. The client's own threads by default, of
+  /// which there is always one more; the fewer threads, the fewer wake-ups for many short requests.
+  BackgroundQueue* completionQueue = nullptr;
 };
 
 /// Thread: any

@@ -10,6 +10,7 @@
 
 #include "Platform/Base/Mutex.h"
 #include "Platform/Queues/OperationQueue.h"
+#include "Tests/Platform/Queues/TestOperation.h"
 #include "Tests/Support/RecordingLogSink.h"
 #include "Tests/Support/WaitFor.h"
 
@@ -17,52 +18,7 @@ namespace ferrox {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Starts and then waits for the test to finish it, unless it is made to finish at once.
-class TestOperation : public Operation {
- public:
-  explicit TestOperation(std::string name = {}, bool finishesAtOnce = false)
-      : name_(std::move(name)), finishesAtOnce_(finishesAtOnce) {}
-
-  void start() override {
-    ++starts;
-    if (onStart) onStart();
-    if (isCancelled() || finishesAtOnce_) return setFinished();
-    if (!announcesExecuting) return;
-    willChangeValueForKey("isExecuting");
-    executing_ = true;
-    didChangeValueForKey("isExecuting");
-  }
-  bool isExecuting() const override { return executing_; }
-  bool isFinished() const override { return finished_; }
-  bool isEqual(const Operation& other) const override {
-    const auto* same = dynamic_cast<const TestOperation*>(&other);
-    return same == this || (same != nullptr && !name_.empty() && same->name_ == name_);
-  }
-
-  void finish() {
-    willChangeValueForKey("isExecuting");
-    executing_ = false;
-    didChangeValueForKey("isExecuting");
-    setFinished();
-  }
-
-  std::atomic<int> starts{0};
-  bool announcesExecuting = true;
-  std::function<void()> onStart;
-
- private:
-  void setFinished() {
-    willChangeValueForKey("isFinished");
-    finished_ = true;
-    didChangeValueForKey("isFinished");
-  }
-
-  const std::string name_;
-  const bool finishesAtOnce_;
-  std::atomic<bool> executing_{false};
-  std::atomic<bool> finished_{false};
-};
+using test::TestOperation;
 
 struct OperationQueueTest : testing::Test {
   static std::shared_ptr<TestOperation> make(std::string name = {}) {
