@@ -53,6 +53,16 @@ class Sandbox:
         finally:
             end_group(process)
 
+    def until_it_succeeds(self, line):
+        """What looks for peers is asked again on a machine that is too busy for the few seconds it looks."""
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            status, output = self.run(line)
+            if status == 0:
+                return
+            if time.monotonic() > deadline:
+                raise AssertionError(f"{line}: exit status {status}\n{output}")
+
 
 def end_group(process):
     try:
