@@ -73,28 +73,25 @@ CommandLine& CommandLine::subcommand(const std::string& name, const std::string&
 
 template <ArgumentValue Value>
 Argument CommandLine::argument(const std::string& name, Value& value, const std::string& description) {
-  return Argument(*parser_.add_option(name, value, description));
+  if constexpr (std::same_as<Value, std::optional<std::string>>) {
+    // The parser itself would take an empty text for no value.
+    const auto take = [&value](const std::string& text) {
+      value = text;
+      return "";
+    };
+    return argument(name, take, description);
+  } else {
+    return Argument(*parser_.add_option(name, value, description));
+  }
 }
 
 template Argument CommandLine::argument(const std::string&, std::string&, const std::string&);
+template Argument CommandLine::argument(const std::string&, std::optional<std::string>&, const std::string&);
 template Argument CommandLine::argument(const std::string&, double&, const std::string&);
 template Argument CommandLine::argument(const std::string&, int&, const std::string&);
 template Argument CommandLine::argument(const std::string&, std::int64_t&, const std::string&);
 template Argument CommandLine::argument(const std::string&, std::uint16_t&, const std::string&);
 template Argument CommandLine::argument(const std::string&, std::size_t&, const std::string&);
-
-// The parser itself would take an empty text for no value.
-template <>
-Argument CommandLine::argument(const std::string& name, std::optional<std::string>& value,
-                               const std::string& description) {
-  return argument(
-      name,
-      [&value](const std::string& text) {
-        value = text;
-        return std::string();
-      },
-      description);
-}
 
 Argument CommandLine::argument(const std::string& name, ValueFunction take, const std::string& description) {
   const auto takeOne = [name, take = std::move(take)](const std::string& text) { refuse(name, take(text)); };

@@ -13,7 +13,7 @@
 
 #include "Apps/ferrox/ExitCode.h"
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser's own name
 class App;
 class Option;
 }  // namespace CLI

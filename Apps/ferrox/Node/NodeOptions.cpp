@@ -68,6 +68,7 @@ template <typename Choice>
 Argument declareChoice(CommandLine& subcommand, const std::string& name, Choice& chosen,
                        const std::map<std::string, Choice>& choices, const std::string& description) {
   std::vector<std::string> words;
+  words.reserve(choices.size());
   for (const auto& [word, choice] : choices) words.push_back(word);
   const auto take = [&chosen, &choices](const std::string& word) {
     chosen = choices.at(word);
