@@ -77,7 +77,7 @@ class FRXNotificationCenter : public NotificationSink,
   /// twice, it is called twice. The notification's `sender` is the filter's token.
   template <typename Observer, NotificationSelector<Observer> Selector>
   void addObserver(const std::shared_ptr<Observer>& observer, Selector selector,
-                   std::optional<std::string> name,
+                   std::optional<std::string> name,  // NOLINT(performance-unnecessary-value-param): moved
                    const std::optional<std::string>& notificationFilter = std::nullopt) {
     addObservation(
         observer,

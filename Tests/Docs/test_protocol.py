@@ -219,6 +219,26 @@ class Protocol(unittest.TestCase):
         self.assertEqual(event["timestamp"], sent["timestamp"])
         self.assertEqual(event["userInfo"], sent["userInfo"])
 
+    def test_what_is_no_message_is_dropped_and_the_rest_is_read_leniently(self):
+        dropped = ["no JSON", "[]", "[" * 33 + "]" * 33, '{"type": 9, "subject": "Lenient", "from": "X"}',
+                   '{"type": 0, "subject": "Lenient", "timestamp": "today", "from": "X"}',
+                   '{"type": 2, "message": "{ capabilities { __typename } }"}']
+        lenient = {"type": "3", "subject": "Lenient", "message": " ", "userInfo": {"take": 9, "sender": "forged"},
+                   "from": PEER, "unknown": []}
+        self.node.ask("observe", name="Lenient")
+        # Over both sockets; what comes last proves that the socket is still there.
+        texts = [(text, False) for text in [*dropped, json.dumps(lenient)]]
+        heartbeat = json.dumps({"id": "00000000-0000-4000-8000-000000000005", "type": 1})
+        (answer,) = self.peer.exchange(f"ws://127.0.0.1:{PORT}{DIAL}", [*texts, (heartbeat, True)])[-1:]
+        self.assertEqual(json.loads(answer)["type"], 1)
+        for text in [*dropped, json.dumps({**lenient, "userInfo": {"take": 10}})]:
+            self.peer.send(text)
+        self.node.wait("notification", lambda value: value["userInfo"].get("take") == 10, timeout=PATIENCE)
+        events = [event for event in self.node.seen
+                  if event["event"] == "notification" and event["name"] == "Lenient"]
+        self.assertEqual(sorted(event["userInfo"]["take"] for event in events), [9, 10])
+        self.assertEqual({(event["filter"], event["sender"]) for event in events}, {(None, PEER)})
+
     def test_a_node_asks_as_shown_and_understands_the_answer(self):
         shown = examples("json", "node sends")["query"]
         answer = json.loads(examples("json", "peer sends")["answer"])

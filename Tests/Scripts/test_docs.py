@@ -20,6 +20,11 @@ class Documents(unittest.TestCase):
                     checked += 1
         self.assertGreater(checked, 90)
 
+    def test_the_changelog_begins_with_the_present_version(self):
+        version = re.search(r"project\(ferrox VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text())[1]
+        changes = re.findall(r"^## \[(.+?)\]", (ROOT / "CHANGELOG.md").read_text(), flags=re.MULTILINE)
+        self.assertEqual([change for change in changes if change != "Unreleased"][0], version)
+
     def test_links_lead_to_files(self):
         documents = [ROOT / name for name in ("README.md", "ARCHITECTURE.md", "CONTRIBUTING.md", "CHANGELOG.md")]
         for document in documents + sorted((ROOT / "docs").glob("*.md")):
