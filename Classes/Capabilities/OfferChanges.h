@@ -11,11 +11,11 @@ namespace ferrox {
 /// Thread: any
 class OfferChanges {
  public:
-  static void note() { changes_.fetch_add(1); }
-  static std::uint64_t count() { return changes_.load(); }
+  static void note() { changes.fetch_add(1); }
+  static std::uint64_t count() { return changes.load(); }
 
  private:
-  static inline std::atomic<std::uint64_t> changes_{0};
+  static inline std::atomic<std::uint64_t> changes{0};
 };
 
 }  // namespace ferrox

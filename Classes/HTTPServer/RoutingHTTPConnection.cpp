@@ -68,11 +68,10 @@ std::optional<std::string> streamDirectory(std::string_view key) {
   return url ? pathFromFileURL(*url) : std::nullopt;
 }
 
-/// Thread: disk pool
-Response streamFile(const std::string& directory, const std::string& name, const RequestRange& range) {
+/// Takes over the opened file; -1 is none.
+Response streamFile(int descriptor, const std::string& name, const RequestRange& range) {
   constexpr std::int32_t notFound = 404;
   constexpr std::int32_t noContent = 204;
-  const int descriptor = RootedPath(directory).openRegularFile(name);
   if (descriptor < 0) return errorResponse(notFound);
   auto file = std::make_unique<HTTPVideoResponse>(descriptor, name);
   if (!file->isOpen()) return errorResponse(notFound);
@@ -80,23 +79,43 @@ Response streamFile(const std::string& directory, const std::string& name, const
   return file;
 }
 
-/// Thread: disk pool
-Response projectFile(const std::string& directory, const std::string& name, HTTPMethod method,
-                     const RequestRange& range) {
+/// Takes over the opened file; -1 is none.
+Response projectFile(int descriptor, const RequestRange& range) {
   constexpr std::int32_t notFound = 404;
-  const RootedPath root(directory);
-  if (method == HTTPMethod::Head) {
-    if (const auto size = root.regularFileSize(name)) return std::make_unique<HTTPHeadResponse>(*size);
-  }
-  const int descriptor = root.openRegularFile(name);
   if (descriptor < 0) return errorResponse(notFound);
   auto file = std::make_unique<HTTPFileResponse>(descriptor);
   if (!file->isOpen()) return errorResponse(notFound);
   // The end counts as not included, and the answer is a plain 200: copying peers rely on both. Restricted to
   // its whole length where no range was asked for, so that the server does not apply ranges of its own.
-  const bool isRange = method == HTTPMethod::Get && range.isValid;
-  file->restrictTo(isRange ? range.start : 0, isRange && range.end != 0 ? range.end : file->fileSize());
+  file->restrictTo(range.isValid ? range.start : 0,
+                   range.isValid && range.end != 0 ? range.end : file->fileSize());
   return file;
+}
+
+/// A file that may not be read has a size all the same.
+Response projectFileHead(const RootedPath& root, const std::string& name) {
+  constexpr std::int32_t notFound = 404;
+  const auto size = root.regularFileSize(name);
+  if (!size) return errorResponse(notFound);
+  return std::make_unique<HTTPHeadResponse>(*size);
+}
+
+/// Empty where it would take the disk.
+Response cachedProjectFileHead(const RootedPath& root, const std::string& name) {
+  const HTTPFileResponse file(root.openCachedRegularFile(name));
+  return file.isOpen() ? std::make_unique<HTTPHeadResponse>(file.fileSize()) : nullptr;
+}
+
+/// The answer with a shared file: at once where it is in memory, else as soon as the disk pool has opened it.
+/// `respond` makes it from the open file, or from -1.
+template <typename Respond>
+Response respondWithFile(const std::string& directory, const std::string& name, const Respond& respond) {
+  const RootedPath root(directory);
+  return std::make_unique<HTTPDeferredResponse>([=] { return respond(root.openRegularFile(name)); },
+                                                [=] {
+                                                  const int descriptor = root.openCachedRegularFile(name);
+                                                  return descriptor < 0 ? nullptr : respond(descriptor);
+                                                });
 }
 
 /// A host name that may be connected to: what a URL or a log line could take for something else is refused.
@@ -296,8 +315,8 @@ Response RoutingHTTPConnection::routeNameGetStreamForPath(std::string_view path)
   const auto directory = key ? streamDirectory(*key) : std::nullopt;
   if (!directory || !name) return errorResponse(notFound);
   const RequestRange range = FRXUtilities::readSimpleByteRangeHeader(header("Range"));
-  return std::make_unique<HTTPDeferredResponse>(
-      [directory = *directory, name = *name, range] { return streamFile(directory, name, range); });
+  return respondWithFile(*directory, *name,
+                         [name = *name, range](int file) { return streamFile(file, name, range); });
 }
 
 Response RoutingHTTPConnection::routeNameGetProjectForPath(std::string_view path) const {
@@ -323,9 +342,12 @@ Response RoutingHTTPConnection::routeNameFileForPath(std::string_view path, HTTP
   const auto directory = id ? getProjectPathFromId(*id) : std::nullopt;
   if (!directory || !name) return errorResponse(notFound);
   const RequestRange range = FRXUtilities::readSimpleByteRangeHeader(header("Range"));
-  return std::make_unique<HTTPDeferredResponse>([directory = *directory, name = *name, method, range] {
-    return projectFile(directory, name, method, range);
-  });
+  if (method == HTTPMethod::Head) {
+    return std::make_unique<HTTPDeferredResponse>(
+        [root = RootedPath(*directory), name = *name] { return projectFileHead(root, name); },
+        [root = RootedPath(*directory), name = *name] { return cachedProjectFileHead(root, name); });
+  }
+  return respondWithFile(*directory, *name, [range](int file) { return projectFile(file, range); });
 }
 
 Response RoutingHTTPConnection::routeNameGetService() const {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "Platform/FileSystem/CachedOpen.h"
 #include "Platform/FileSystem/OpenBeneath.h"
 #include "Platform/Net/FileDescriptor.h"
 
@@ -58,6 +59,10 @@ int RootedPath::openRegularFile(std::string_view relative, Links links) const {
   if (::fstat(descriptor, &status) != 0) return closeKeepingErrno(descriptor, errno);
   if (!S_ISREG(status.st_mode)) return closeKeepingErrno(descriptor, EISDIR);
   return descriptor;
+}
+
+int RootedPath::openCachedRegularFile(std::string_view relative) const {
+  return isConfined(relative) ? openRegularFileFromCache(root_, relative) : -1;
 }
 
 std::optional<std::uint64_t> RootedPath::regularFileSize(std::string_view relative) const {

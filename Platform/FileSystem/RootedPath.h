@@ -11,7 +11,7 @@
 namespace ferrox {
 
 /// A root directory together with the rule that no name may leave it.
-/// Thread: any; every operation may block on the disk
+/// Thread: any; every operation but one may block on the disk
 class RootedPath {
  public:
   /// What becomes of symbolic links below the root.
@@ -32,6 +32,9 @@ class RootedPath {
                          Links links = Links::Follow) const;
   /// A regular file opened for reading, or -1; never waits for a pipe's other end.
   [[nodiscard]] int openRegularFile(std::string_view relative, Links links = Links::Follow) const;
+  /// The same where it takes no waiting for a disk or a network, links followed; -1 also where that cannot be
+  /// told, and then says nothing of the file. The one operation for threads that must not block.
+  [[nodiscard]] int openCachedRegularFile(std::string_view relative) const;
   /// The size in bytes of a regular file, found without opening it; links are followed.
   [[nodiscard]] std::optional<std::uint64_t> regularFileSize(std::string_view relative) const;
 

@@ -12,8 +12,8 @@ namespace ferrox::test {
 
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ferrox-test-XXXXXX").string();
+  explicit TemporaryDirectory(const std::filesystem::path& in = std::filesystem::temp_directory_path()) {
+    std::string pattern = (in / "ferrox-test-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary directory");
     path_ = pattern;
   }

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <typeinfo>
+#include <utility>
 
 #include "Platform/HTTP/Server/Answer.h"
 #include "Platform/HTTP/Server/HTTPServerConnectionAccess.h"
@@ -183,9 +184,15 @@ bool ClientConnection::headArrived() {
 void ClientConnection::answer() {
   const RequestHead& head = reader_.head();
   std::shared_ptr<HTTPResponse> response;
-  if (!guarded([&] { response = handler_->httpResponseForMethod(head.method, head.uri); }))
-    return refuse(500);
-  if (isDeferred(response.get())) return prepare(std::move(response));
+  std::shared_ptr<HTTPResponse> deferred;
+  const bool made = guarded([&] {
+    response = handler_->httpResponseForMethod(head.method, head.uri);
+    if (!isDeferred(response.get())) return;
+    deferred = std::exchange(response, nullptr);
+    response = static_cast<const HTTPDeferredResponse&>(*deferred).makeAtOnce();
+  });
+  if (!made) return refuse(500);
+  if (deferred && !response) return prepare(std::move(deferred));
   respond(std::move(response));
 }
 

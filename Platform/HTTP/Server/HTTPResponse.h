@@ -49,18 +49,23 @@ class HTTPResponse {
 };
 
 /// Stands for an answer that must touch the disk first. The server runs `make` on its disk pool, never on a
-/// network thread, and sends the response it returns; an empty pointer is answered 404.
+/// network thread, and sends the response it returns; an empty pointer is answered 404. Before that it tries
+/// `makeAtOnce` on the network thread, which must not wait for a disk and returns an empty pointer where it
+/// would have to.
 class HTTPDeferredResponse final : public HTTPResponse {
  public:
   using Maker = std::function<std::unique_ptr<HTTPResponse>()>;
-  explicit HTTPDeferredResponse(Maker make) : make_(std::move(make)) {}
+  explicit HTTPDeferredResponse(Maker make, Maker makeAtOnce = nullptr)
+      : make_(std::move(make)), makeAtOnce_(std::move(makeAtOnce)) {}
 
   std::unique_ptr<HTTPResponse> make() const { return make_(); }
+  std::unique_ptr<HTTPResponse> makeAtOnce() const { return makeAtOnce_ ? makeAtOnce_() : nullptr; }
   std::uint64_t contentLength() const override { return 0; }
   bool isDone() const override { return true; }
 
  private:
   Maker make_;
+  Maker makeAtOnce_;
 };
 
 }  // namespace ferrox

@@ -271,6 +271,33 @@ TEST_F(FileTest, DeferredAnswersRunElsewhereAndDoNotHoldOthersUp) {
   EXPECT_NE(networkThread.load(), poolThread.load());
 }
 
+TEST_F(FileTest, WhatCanBeAnsweredAtOnceIsAnsweredWhereItArrived) {
+  std::atomic<std::thread::id> networkThread, answerThread;
+  script->routes["/cached"] = [&](HTTPConnection&, std::string_view) {
+    networkThread = std::this_thread::get_id();
+    return std::make_unique<HTTPDeferredResponse>(
+        [] { return std::make_unique<HTTPDataResponse>("fetched"); },
+        [&] {
+          answerThread = std::this_thread::get_id();
+          return std::make_unique<HTTPDataResponse>("kept");
+        });
+  };
+  script->routes["/absent"] = [&](HTTPConnection&, std::string_view) {
+    return std::make_unique<HTTPDeferredResponse>(
+        [] { return std::make_unique<HTTPDataResponse>("fetched"); }, [] { return nullptr; });
+  };
+  script->routes["/throws"] = [](HTTPConnection&, std::string_view) {
+    return std::make_unique<HTTPDeferredResponse>(
+        [] { return std::make_unique<HTTPDataResponse>("fetched"); },
+        []() -> std::unique_ptr<HTTPResponse> { throw std::runtime_error("no"); });
+  };
+  start();
+  EXPECT_EQ(get("/cached")->body, "kept");
+  EXPECT_EQ(networkThread.load(), answerThread.load());
+  EXPECT_EQ(get("/absent")->body, "fetched");
+  EXPECT_EQ(get("/throws")->status, 500);
+}
+
 TEST_F(FileTest, AFailingOrEmptyMakerIsAnAnswerToo) {
   script->routes["/throws"] = [](HTTPConnection&, std::string_view) {
     return std::make_unique<HTTPDeferredResponse>(
