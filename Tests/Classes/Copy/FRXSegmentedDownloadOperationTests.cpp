@@ -190,7 +190,8 @@ TEST_F(FRXSegmentedDownloadOperationTests, OtherLengthThanAskedForIsTakenAfterAW
     }
   });
   const auto operation = makeOperation();
-  for (const std::uint64_t start : {0, 100, 200}) operation->enqueueSegmentStartingAt(start, 10);
+  for (const std::uint64_t start : {std::uint64_t{0}, std::uint64_t{100}, std::uint64_t{200}})
+    operation->enqueueSegmentStartingAt(start, 10);
   ASSERT_TRUE(waitForEvents(3));
   EXPECT_EQ(listener_->events, (Events{"success 5", "success 111", "success 204"}));
   const auto warning = [](const std::string& length, const std::string& range) {
@@ -239,7 +240,8 @@ TEST_F(FRXSegmentedDownloadOperationTests, RefusedBlocksLeaveTheFileAsItWas) {
     return operation.getRequestedSegment()->start != 100;
   };
   const auto operation = makeOperation();
-  for (const std::uint64_t start : {0, 100, 200}) operation->enqueueSegmentStartingAt(start, 100);
+  for (const std::uint64_t start : {std::uint64_t{0}, std::uint64_t{100}, std::uint64_t{200}})
+    operation->enqueueSegmentStartingAt(start, 100);
   ASSERT_TRUE(waitForEvents(3));
   EXPECT_EQ(content(), remote_.substr(0, 100) + std::string(100, '#') + remote_.substr(200, 100));
   EXPECT_EQ(listener_->received, remote_.substr(0, 300));
