@@ -14,6 +14,7 @@
 #include "Apps/ferrox/Events/CommandReader.h"
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Events/JsonPresenter.h"
+#include "Apps/ferrox/Events/ServiceManager.h"
 #include "Apps/ferrox/Events/SignalWatcher.h"
 #include "Apps/ferrox/Node/Node.h"
 #include "Apps/ferrox/Node/NodeCopies.h"
@@ -49,6 +50,7 @@ class RunSession final : public NodeListener {
 
   void nodeStarted(const NodeIdentity& node) override {
     presenter_->nodeStarted(node);
+    manager_.tellReady(fmt::format("{} on port {}", node.serviceName, node.port));
     // Not earlier: no result comes before the node has said that it started.
     if (setup_.options.json) readCommands();
   }
@@ -113,6 +115,7 @@ class RunSession final : public NodeListener {
 
   void end() {
     if (std::exchange(ending_, true)) return;
+    manager_.tellStopping();
     copies_.cancelAll([this] { node_->finish(closingTime, [] { RunLoop::main().stop(); }); });
   }
 
@@ -120,6 +123,7 @@ class RunSession final : public NodeListener {
   static constexpr std::chrono::seconds closingTime{2};
 
   NodeSetup setup_;
+  const ServiceManager manager_ = ServiceManager::ofEnvironment();
   std::shared_ptr<Node> node_;
   NodeCopies copies_{*this};
   std::unique_ptr<NodeListener> presenter_;

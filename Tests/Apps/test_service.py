@@ -1,0 +1,81 @@
+"""A node as a service: what it tells the service manager that started it."""
+
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import tempfile
+import unittest
+
+from command_process import COMMAND
+
+PATIENCE = 30
+
+
+class Manager:
+    """The socket that a service manager listens on, and the node that it starts."""
+
+    def __init__(self, test, *options):
+        directory = tempfile.TemporaryDirectory()
+        test.addCleanup(directory.cleanup)
+        path = pathlib.Path(directory.name) / "notify"
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        test.addCleanup(self.socket.close)
+        self.socket.bind(str(path))
+        self.socket.settimeout(PATIENCE)
+        self.process = subprocess.Popen(
+            [COMMAND, "run", "--discovery", "off", *options], env={**os.environ, "NOTIFY_SOCKET": str(path)},
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        test.addCleanup(self.end)
+
+    def next(self):
+        """One notification, as {variable: value}."""
+        return dict(line.split("=", 1) for line in self.socket.recv(4096).decode().splitlines())
+
+    def nothing_more(self):
+        self.socket.setblocking(False)
+        try:
+            return not self.socket.recv(4096)
+        except BlockingIOError:
+            return True
+
+    def end(self):
+        self.process.kill()
+        self.process.communicate()
+
+
+class Service(unittest.TestCase):
+    def test_it_is_ready_when_it_can_be_reached_and_tells_of_its_end(self):
+        manager = Manager(self, "--port", "0", "--computer-name", "Suite 3")
+        told = manager.next()
+        self.assertEqual(told["READY"], "1")
+        self.assertRegex(told["STATUS"], r"^\S+/Suite3 on port \d+$|^\S+/SUITE 3 on port \d+$")
+        socket.create_connection(("127.0.0.1", int(told["STATUS"].rpartition(" ")[2])), timeout=PATIENCE).close()
+        self.assertIsNone(manager.process.poll())
+        manager.process.send_signal(signal.SIGTERM)
+        self.assertEqual(manager.next(), {"STOPPING": "1"})
+        self.assertEqual(manager.process.wait(timeout=PATIENCE), 0)
+        self.assertTrue(manager.nothing_more())
+
+    def test_it_is_never_ready_when_it_cannot_start(self):
+        with socket.create_server(("", 0)) as taken:
+            manager = Manager(self, "--port", str(taken.getsockname()[1]))
+            self.assertEqual(manager.next(), {"STOPPING": "1"})
+            self.assertEqual(manager.process.wait(timeout=PATIENCE), 1)
+        self.assertTrue(manager.nothing_more())
+
+    def test_a_manager_that_is_gone_is_told_of_and_the_node_goes_on(self):
+        process = subprocess.Popen([COMMAND, "run", "--json", "--discovery", "off", "--port", "0"],
+                                   env={**os.environ, "NOTIFY_SOCKET": "/no/such/socket"}, stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.kill)
+        self.assertIn('"started"', process.stdout.readline())
+        output, errors = process.communicate('{"cmd": "quit"}\n', timeout=PATIENCE)
+        self.assertIn('"ok":true', output)
+        self.assertEqual(process.returncode, 0)
+        self.assertIn("the service manager was not told", errors.lower())
+
+
+if __name__ == "__main__":
+    unittest.main()
