@@ -100,6 +100,10 @@ class Terminal:
                 raise AssertionError(f"{self.line}: no \"{text}\"; seen: {''.join(self.seen)}")
             self.seen.append(line)
 
+    def read_to_the_end(self):
+        while (line := self.lines.get(timeout=PATIENCE)) is not None:
+            self.seen.append(line)
+
     def interrupt(self):
         """As Control-C does; returns the exit status."""
         self.process.send_signal(signal.SIGINT)
