@@ -2,6 +2,8 @@
 
 import os
 import pathlib
+import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -11,6 +13,8 @@ import unittest
 from command_process import COMMAND
 
 PATIENCE = 30
+UNIT = pathlib.Path(os.environ.get("FERROX_BUILD", "build/release")) / "packaging" / "ferrox.service"
+HIGHEST_EXPOSURE = 3.0
 
 
 class Manager:
@@ -50,7 +54,7 @@ class Service(unittest.TestCase):
         manager = Manager(self, "--port", "0", "--computer-name", "Suite 3")
         told = manager.next()
         self.assertEqual(told["READY"], "1")
-        self.assertRegex(told["STATUS"], r"^\S+/Suite3 on port \d+$|^\S+/SUITE 3 on port \d+$")
+        self.assertRegex(told["STATUS"], r"^\S+/(?i:suite 3) on port \d+$")
         socket.create_connection(("127.0.0.1", int(told["STATUS"].rpartition(" ")[2])), timeout=PATIENCE).close()
         self.assertIsNone(manager.process.poll())
         manager.process.send_signal(signal.SIGTERM)
@@ -75,6 +79,49 @@ class Service(unittest.TestCase):
         self.assertIn('"ok":true', output)
         self.assertEqual(process.returncode, 0)
         self.assertIn("the service manager was not told", errors.lower())
+
+
+class Unit(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.text = UNIT.read_text(encoding="utf-8")
+        cls.settings = [line.split("=", 1) for line in cls.text.splitlines() if re.match(r"\w+=", line)]
+
+    def values(self, name):
+        return [value for key, value in self.settings if key == name]
+
+    def analyze(self, *arguments):
+        if shutil.which("systemd-analyze") is None:
+            self.skipTest("systemd-analyze is not installed: the unit is not judged here")
+        runtime = tempfile.TemporaryDirectory()
+        self.addCleanup(runtime.cleanup)
+        return subprocess.run(["systemd-analyze", "--user", *arguments, str(UNIT)], capture_output=True, text=True,
+                              env={**os.environ, "XDG_RUNTIME_DIR": runtime.name, "LC_ALL": "C.UTF-8"},
+                              timeout=PATIENCE, check=False)
+
+    def test_it_is_little_exposed(self):
+        done = self.analyze("security", "--offline=yes", "--no-pager")
+        exposure = re.search(r"Overall exposure level for ferrox\.service: ([\d.]+)", done.stdout)
+        self.assertIsNotNone(exposure, done.stdout + done.stderr)
+        self.assertLess(float(exposure[1]), HIGHEST_EXPOSURE, done.stdout)
+
+    def test_its_settings_are_understood(self):
+        done = self.analyze("verify", "--man=no")
+        # The command and other units need not be installed here.
+        complaints = [line for line in done.stderr.splitlines() if "ferrox.service" in line and
+                      "is not executable: No such file" not in line]
+        self.assertEqual(complaints, [], done.stderr)
+
+    def test_it_leaves_discovery_what_it_needs(self):
+        self.assertEqual(set(self.values("RestrictAddressFamilies")[0].split()),
+                         {"AF_INET", "AF_INET6", "AF_NETLINK", "AF_UNIX"})
+        for refused in ("PrivateNetwork", "IPAddressDeny", "ProcSubset", "RestrictNetworkInterfaces"):
+            self.assertEqual(self.values(refused), [], refused)
+
+    def test_it_runs_a_node_and_waits_until_that_is_ready(self):
+        self.assertEqual(self.values("Type"), ["notify"])
+        self.assertRegex(self.values("ExecStart")[0], r"^/\S+/bin/ferrox run \$FERROX_OPTIONS$")
+        self.assertNotIn("@", re.sub(r"@(system-service|privileged|resources)", "", self.text))
 
 
 if __name__ == "__main__":
