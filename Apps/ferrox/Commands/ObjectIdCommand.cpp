@@ -19,8 +19,8 @@ class ObjectIdCommand final : public Subcommand {
     line.argument("PREFIX", prefix_, "the type of the objects, which each identifier begins with")
         .required()
         .check([](const std::string& text) { return isUtf8(text) ? "" : "not UTF-8"; });
-    line.argument("--count", count_, "how many (default: 1)")
-        .typeName(fmt::format("INT:INT in [1 - {}]", mostAtOnce))
+    line.argument("--count", count_, fmt::format("how many, at most {} (default: 1)", mostAtOnce))
+        .typeName("N")
         .range(1, mostAtOnce);
     line.flag("--json", json_, "one JSON object a line");
     line.footer("Example:\n  ferrox object-id clip --count 3");
