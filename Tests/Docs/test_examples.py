@@ -72,9 +72,13 @@ class Examples(unittest.TestCase):
 
     def test_none_is_left_out(self):
         tested = " ".join(name for name in dir(self) if name.startswith("test_"))
+        told = (ROOT / "README.md").read_text(encoding="utf-8")
         for folder in (ROOT / "Examples").iterdir():
-            if folder.is_dir() and folder.name not in ELSEWHERE:
-                self.assertIn(folder.name, tested)
+            if not folder.is_dir():
+                continue
+            self.assertIn(f"`Examples/{folder.name}`", told)
+            if folder.name not in ELSEWHERE:
+                self.assertIn(f"test_{folder.name}", tested)
 
     def test_chat(self):
         node = self.node("--observe", "ChatLine")
