@@ -19,16 +19,20 @@ import command_help  # noqa: E402
 PAGE = ROOT / "docs" / "ferrox.1"
 COMPLETIONS = ROOT / "Resources" / "completions"
 PATIENCE = 60
-# Asks the function of bash for what it offers for a line whose cursor stands at its end. Words are cut as bash cuts
+# Asks the function of bash for what it offers for each line, with the cursor at its end. Words are cut as bash cuts
 # them for completion.
 BASH_CALLER = r"""
 source "$1"
-COMP_LINE=$2 COMP_POINT=${#2}
-mapfile -t COMP_WORDS < <(printf '%s' "$2" | sed -E 's/([=:])/ \1 /g; s/ +/\n/g')
-[[ $2 != *[[:space:]] ]] || COMP_WORDS+=("")
-COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-$(complete -p ferrox | sed -E 's/.*-F ([^ ]+).*/\1/')
-printf '%s\n' "${COMPREPLY[@]}"
+complete -p ferrox >/dev/null || exit
+function=$(complete -p ferrox | sed -E 's/.*-F ([^ ]+).*/\1/')
+for COMP_LINE in "${@:2}"; do
+  COMP_POINT=${#COMP_LINE}
+  mapfile -t COMP_WORDS < <(printf '%s' "$COMP_LINE" | sed -E 's/([=:])/ \1 /g; s/ +/\n/g')
+  [[ $COMP_LINE != *[[:space:]] ]] || COMP_WORDS+=("")
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  "$function"
+  printf '%s\n' "${COMPREPLY[@]}" ---
+done
 """
 # The same of zsh, on a terminal of its own: what the completion adds is told of.
 ZSH_CALLER = r"""
@@ -36,12 +40,17 @@ zmodload zsh/zpty
 zpty asked env TERM=dumb zsh -f -i
 zpty -w asked "PROMPT= RPROMPT="
 zpty -w asked "fpath=($1 \$fpath); autoload -Uz compinit; compinit -u -D"
-zpty -w asked 'compadd() { local -a offered; builtin compadd -A offered "$@"; print -rl -- "OFFERED:"$^offered:; builtin compadd "$@" }'
+zpty -w asked 'compadd() { local -a offered; builtin compadd -A offered "$@"
+print -rl -- "OFFERED:"$^offered:; builtin compadd "$@" }'
 zpty -w asked 'zle -C ask complete-word _generic; tell() { zle ask; print DONE; }; zle -N tell; bindkey "^I" tell'
 zpty -w asked 'print REA''DY'
 zpty -r asked line '*READY*'
-zpty -n -w asked "$2"$'\t'
-while zpty -r asked line; do print -r -- "$line"; [[ $line == *DONE* ]] && break; done
+for typed in "${@:2}"; do
+  zpty -n -w asked "$typed"$'\t'
+  while zpty -r asked line; do print -r -- "$line"; [[ $line == *DONE* ]] && break; done
+  print -r -- ---
+  zpty -n -w asked $'\x15'  # the line is deleted
+done
 zpty -d asked
 """
 
@@ -124,42 +133,48 @@ class Bash(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.place = pathlib.Path(folder.name)
 
-    def offered(self, line):
-        """By the completion function, in a shell that runs it."""
-        done = run("bash", "--norc", "-c", BASH_CALLER, "bash", COMPLETIONS / "ferrox.bash", line, cwd=self.place)
-        self.assertEqual((done.returncode, done.stderr), (0, ""), line)
-        return set(done.stdout.split("\n")) - {""}
+    def offered(self, *lines):
+        """For each line, by the completion function, in a shell that runs it."""
+        done = run("bash", "--norc", "-c", BASH_CALLER, "bash", COMPLETIONS / "ferrox.bash", *lines, cwd=self.place)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        answers = done.stdout.split("---\n")[:-1]
+        self.assertEqual(len(answers), len(lines))
+        return [set(answer.split("\n")) - {""} for answer in answers]
+
+    def offers(self, line, *words):
+        self.assertEqual(self.offered(line)[0], set(words), line)
 
     def test_every_subcommand_and_option_is_offered(self):
         whole, subcommands = commands()
-        self.assertEqual(self.offered("ferrox "), {*whole.subcommands, "-h", "--help", "--version"})
+        self.offers("ferrox ", *whole.subcommands, "-h", "--help", "--version")
         for command in subcommands:
-            names = {name for option in command.options for name in option.names}
-            self.assertEqual(self.offered(f"ferrox {command.name} -"), names)
-            for option in names:
-                self.assertIn(option, self.offered(f"ferrox {command.name} {option[:-1]}"))
+            names = [name for option in command.options for name in option.names]
+            self.offers(f"ferrox {command.name} -", *names)
+            lines = [f"ferrox {command.name} {name[:-1]}" for name in names]
+            for name, offered in zip(names, self.offered(*lines)):
+                self.assertIn(name, offered, command.name)
 
     def test_only_what_begins_so_is_offered(self):
-        self.assertEqual(self.offered("ferrox f"), {"fetch", "follow"})
-        self.assertEqual(self.offered("ferrox copy --re"), {"--resume", "--replace"})
-        self.assertEqual(self.offered("ferrox nothing --"), set())
+        self.offers("ferrox f", "fetch", "follow")
+        self.offers("ferrox copy --re", "--resume", "--replace")
+        self.offers("ferrox nothing --")
 
     def test_values_are_offered_where_they_are_known(self):
-        self.assertEqual(self.offered("ferrox run --discovery "), {"auto", "embedded", "avahi", "off"})
-        self.assertEqual(self.offered("ferrox peers --log-level  w"), {"warn"})
-        self.assertEqual(self.offered("ferrox copy --on-low-storage a"), {"abort"})
-        self.assertEqual(self.offered("ferrox peers --wait "), set())
-        self.assertIn("lo", self.offered("ferrox peers --interface "))
+        self.offers("ferrox run --discovery ", "auto", "embedded", "avahi", "off")
+        self.offers("ferrox peers --log-level  w", "warn")
+        self.offers("ferrox copy --on-low-storage a", "abort")
+        self.offers("ferrox peers --wait ")
+        self.assertIn("lo", self.offered("ferrox peers --interface ")[0])
 
     def test_folders_and_files_are_offered(self):
         for name in ("rushes", "rush two"):
             (self.place / name).mkdir()
         (self.place / "rush.mov").touch()
-        self.assertEqual(self.offered("ferrox run --share film:Rushes=ru"), {"rushes", "rush two"})
-        self.assertEqual(self.offered("ferrox run --stream cam="), {"rushes", "rush two"})
-        self.assertEqual(self.offered("ferrox run --stream cam"), set())
-        self.assertEqual(self.offered("ferrox copy peer/film ru"), {"rushes", "rush two"})
-        self.assertEqual(self.offered("ferrox fetch --timeout 3 http://h/x rush."), {"rush.mov"})
+        self.offers("ferrox run --share film:Rushes=ru", "rushes", "rush two")
+        self.offers("ferrox run --stream cam=", "rushes", "rush two")
+        self.offers("ferrox run --stream cam")
+        self.offers("ferrox copy peer/film ru", "rushes", "rush two")
+        self.offers("ferrox fetch --timeout 3 http://h/x rush.", "rush.mov")
 
 
 class Zsh(unittest.TestCase):
@@ -171,23 +186,24 @@ class Zsh(unittest.TestCase):
         done = run("zsh", "-n", COMPLETIONS / "_ferrox")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 
-    def offered(self, line):
-        done = run("zsh", "-f", "-c", ZSH_CALLER, "zsh", COMPLETIONS, line)
-        self.assertEqual((done.returncode, done.stderr), (0, ""), line)
-        return set(re.findall(r"OFFERED:(\S+?):", done.stdout))
+    def offered(self, *lines):
+        done = run("zsh", "-f", "-c", ZSH_CALLER, "zsh", COMPLETIONS, *lines)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        answers = done.stdout.split("\n---\n")[:-1]
+        self.assertEqual(len(answers), len(lines))
+        return [set(re.findall(r"OFFERED:(\S+?):", answer)) for answer in answers]
 
     def test_every_subcommand_and_option_is_offered(self):
         whole, subcommands = commands()
-        self.assertEqual(self.offered("ferrox "), set(whole.subcommands))
-        self.assertEqual(self.offered("ferrox -"), {name for option in whole.options for name in option.names})
-        for command in subcommands:
-            names = {option.name for option in command.options}
-            self.assertEqual(self.offered(f"ferrox {command.name} --"), names, command.name)
+        names, options, *each = self.offered("ferrox ", "ferrox -", *(f"ferrox {one.name} --" for one in subcommands))
+        self.assertEqual(names, set(whole.subcommands))
+        self.assertEqual(options, {name for option in whole.options for name in option.names})
+        for command, offered in zip(subcommands, each):
+            self.assertEqual(offered, {option.name for option in command.options}, command.name)
 
     def test_values_are_offered_where_they_are_known(self):
-        self.assertEqual(self.offered("ferrox run --discovery "), {"auto", "embedded", "avahi", "off"})
-        self.assertEqual(self.offered("ferrox peers --port 1 --log-level w"), {"warn"})
-        self.assertEqual(self.offered("ferrox peers --wait "), set())
+        self.assertEqual(self.offered("ferrox run --discovery ", "ferrox peers --port 1 --log-level w",
+                                      "ferrox peers --wait "), [{"auto", "embedded", "avahi", "off"}, {"warn"}, set()])
 
 
 class Mentioned(unittest.TestCase):
