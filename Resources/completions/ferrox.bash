@@ -61,7 +61,12 @@ _ferrox() {
   local word=${line##*[[:space:]]}
   local before=${line%"$word"}
   before=${before%"${before##*[![:space:]]}"}
-  case ${before##*[[:space:]]} in
+  local option=${before##*[[:space:]]}
+  if [[ $word == --*=* ]]; then
+    option=${word%%=*}
+    word=${word#*=}
+  fi
+  case $option in
     --share)
       _ferrox_values offer "$word"
       return

@@ -163,6 +163,7 @@ class Bash(unittest.TestCase):
         self.offers("ferrox run --discovery ", "auto", "embedded", "avahi", "off")
         self.offers("ferrox peers --log-level  w", "warn")
         self.offers("ferrox copy --on-low-storage a", "abort")
+        self.offers("ferrox peers --discovery=a", "auto", "avahi")
         self.offers("ferrox peers --wait ")
         self.assertIn("lo", self.offered("ferrox peers --interface ")[0])
 
@@ -172,6 +173,7 @@ class Bash(unittest.TestCase):
         (self.place / "rush.mov").touch()
         self.offers("ferrox run --share film:Rushes=ru", "rushes", "rush two")
         self.offers("ferrox run --stream cam=", "rushes", "rush two")
+        self.offers("ferrox run --stream=cam=ru", "rushes", "rush two")
         self.offers("ferrox run --stream cam")
         self.offers("ferrox copy peer/film ru", "rushes", "rush two")
         self.offers("ferrox fetch --timeout 3 http://h/x rush.", "rush.mov")
@@ -216,7 +218,7 @@ class Mentioned(unittest.TestCase):
             self.assertRegex(fish, rf"(?m)^complete -c ferrox -n __ferrox_begins -a {command.name} ")
             part = re.search(rf"(?ms)^        {command.name}\)$(.*?)^          ;;$", zsh)[1]
             for option in command.options:
-                self.assertRegex(part, rf"(?m)^ +'(\*|\([^)]*\)'\{{[^}}]*)?{option.name}(\[|\}})")
+                self.assertRegex(part, rf"(?m)^ +'(\*|\([^)]*\)'\{{[^}}]*)?{option.name}(=?\[|\}})")
                 runs = f"complete -c ferrox -n '__ferrox_runs {command.name}'"
                 self.assertRegex(fish, rf"(?m)^{runs} .*-l {option.name[2:]} ")
 

@@ -55,7 +55,12 @@ _ferrox() {{
   local word=${{line##*[[:space:]]}}
   local before=${{line%"$word"}}
   before=${{before%"${{before##*[![:space:]]}}"}}
-  case ${{before##*[[:space:]]}} in
+  local option=${{before##*[[:space:]]}}
+  if [[ $word == --*=* ]]; then
+    option=${{word%%=*}}
+    word=${{word#*=}}
+  fi
+  case $option in
 {values}
   esac
   if [[ $word == -* ]]; then
@@ -174,7 +179,8 @@ def zsh_option(option):
     text = f"[{zsh_text(option.description)}]{value}"
     if len(option.names) > 1:
         return f"'({' '.join(option.names)})'{{{','.join(option.names)}}}'{text}'"
-    return f"'{'*' if option.repeated else ''}{option.name}{text}'"
+    # With "=" the value may follow it as well as a blank.
+    return f"'{'*' if option.repeated else ''}{option.name}{'=' if value else ''}{text}'"
 
 
 def zsh_positional(place, argument):
