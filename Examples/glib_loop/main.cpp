@@ -47,17 +47,19 @@ gboolean quit(gpointer loop) {
   return G_SOURCE_REMOVE;
 }
 
-void startNode(const std::string& serviceName) {
+/// False when the node cannot start.
+bool startNode(const std::string& serviceName) {
   const auto server = FRXServer::sharedInstance();
   server->republishBonjourWithServiceName(serviceName);
   FRXError error;
   if (!server->start(&error)) {
     std::cerr << error.localizedDescription << std::endl;
-    return;
+    return false;
   }
   server->startHeartbeatTimer();
   FRXBrowser::sharedInstance()->startBrowsingForServicesOfType("_ferrox._tcp", "");
   std::cout << "ready" << std::endl;
+  return true;
 }
 
 }  // namespace
@@ -80,10 +82,17 @@ int main() {
       [](const LocalNotification&) { std::cout << "connected" << std::endl; });
   const auto server = FRXServer::sharedInstance();
   server->setPort(0);
-  server->createNewServiceName(
-      [](const std::string& name) { RunLoop::main().post([name] { startNode(name); }); });
+  int exitStatus = 0;
+  server->createNewServiceName([loop, &exitStatus](const std::string& name) {
+    RunLoop::main().post([loop, &exitStatus, name] {
+      if (startNode(name)) return;
+      exitStatus = 1;
+      g_main_loop_quit(loop);
+    });
+  });
   g_main_loop_run(loop);
   FRXBrowser::sharedInstance()->stopBrowsingForServices();
   server->stop();
   g_main_loop_unref(loop);
+  return exitStatus;
 }

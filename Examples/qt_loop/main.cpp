@@ -33,7 +33,7 @@ void startNode(const std::string& serviceName) {
   FRXError error;
   if (!server->start(&error)) {
     std::cerr << error.localizedDescription << std::endl;
-    return;
+    return QApplication::exit(1);
   }
   server->startHeartbeatTimer();
   FRXBrowser::sharedInstance()->startBrowsingForServicesOfType("_ferrox._tcp", "");
@@ -91,7 +91,8 @@ int main(int argc, char** argv) {
   server->setPort(0);
   server->createNewServiceName(
       [](const std::string& name) { RunLoop::main().post([name] { startNode(name); }); });
-  QApplication::exec();
+  const int exitStatus = QApplication::exec();
   FRXBrowser::sharedInstance()->stopBrowsingForServices();
   server->stop();
+  return exitStatus;
 }
