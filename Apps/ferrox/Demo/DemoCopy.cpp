@@ -21,12 +21,6 @@ constexpr std::uint64_t smallest = 4 << 10, largest = 64 << 10;
 constexpr std::uint64_t largeFile = std::uint64_t{128} << 20, pieceLength = std::uint64_t{16} << 20;
 constexpr const char* projectId = "feature";
 
-DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
-
-microseconds between(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<microseconds>(to - from);
-}
-
 bool haveSameBytes(const fs::path& a, const fs::path& b) {
   std::ifstream first(a, std::ios::binary), second(b, std::ios::binary);
   if (!first || !second) return false;

@@ -27,12 +27,6 @@ constexpr const char* projectName = "Rushes";
 constexpr const char* segmentFile = "segment-1.ts";
 constexpr std::size_t segmentSize = std::size_t{1} << 20;
 
-DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
-
-microseconds between(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<microseconds>(to - from);
-}
-
 /// What a client's callback thread leaves for the stage's.
 struct Answer {
   std::string body;

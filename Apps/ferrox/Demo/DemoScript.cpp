@@ -18,12 +18,6 @@ using namespace std::chrono_literals;
 // keeps a goodbye for it back.
 constexpr std::chrono::milliseconds announcementMemory = 700ms;
 
-std::chrono::microseconds between(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
-}
-
-DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
-
 const FRXValue* memberOf(const FRXValue& value, std::string_view outer, std::string_view inner) {
   const FRXValue* object = value.member(outer);
   return object == nullptr ? nullptr : object->member(inner);

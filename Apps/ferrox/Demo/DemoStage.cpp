@@ -16,10 +16,6 @@ namespace {
 constexpr std::array<const char*, 8> computerNames{"Edit Suite", "Grading", "Sound Stage", "Archive",
                                                    "Playout",    "Ingest",  "Review Room", "Studio"};
 
-std::chrono::microseconds since(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
-}
-
 }  // namespace
 
 std::vector<DemoPair> pairsOf(const std::vector<DemoRole*>& roles) {
@@ -62,11 +58,10 @@ bool DemoStage::start(DemoRole& role, std::string& problem) {
 }
 
 bool DemoStage::waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
-  const Instant deadline = std::chrono::steady_clock::now() + timeout;
+  const Instant deadline = now() + timeout;
   while (!interrupted_) {
     if (done()) return true;
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now());
     if (left.count() <= 0) return false;
     takeIn(left);
   }
@@ -87,8 +82,8 @@ StepOutcome DemoStage::expectAll(const std::vector<Expectation>& expectations, I
       missing += (missing.empty() ? "missing: " : ", ") + expectation.what;
     }
   }
-  return all ? StepOutcome{true, since(cause, latest), detail}
-             : StepOutcome{false, since(cause, std::chrono::steady_clock::now()), missing};
+  return all ? StepOutcome{true, between(cause, latest), detail}
+             : StepOutcome{false, between(cause, now()), missing};
 }
 
 // A short sleep at most: the end of a process shows in waitpid only, not on a descriptor.

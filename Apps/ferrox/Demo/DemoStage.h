@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Apps/ferrox/Demo/ChildNode.h"
+#include "Apps/ferrox/Demo/DemoTime.h"
 #include "Apps/ferrox/Demo/Story.h"
 
 namespace ferrox::command {
@@ -41,7 +42,7 @@ struct Expectation {
 /// Thread: one
 class DemoStage {
  public:
-  using Instant = std::chrono::steady_clock::time_point;
+  using Instant = DemoInstant;
 
   /// Every node observes the notifications named in `observations`.
   DemoStage(std::size_t roles, std::vector<std::string> interfaces, std::string logLevel,

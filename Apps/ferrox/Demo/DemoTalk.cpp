@@ -12,12 +12,6 @@ using std::chrono::microseconds;
 
 constexpr int measuredPosts = 50;
 
-DemoStage::Instant now() { return std::chrono::steady_clock::now(); }
-
-microseconds between(DemoStage::Instant from, DemoStage::Instant to) {
-  return std::chrono::duration_cast<microseconds>(to - from);
-}
-
 const FRXValue* memberOf(const FRXValue& value, std::string_view outer, std::string_view inner) {
   const FRXValue* object = value.member(outer);
   return object == nullptr ? nullptr : object->member(inner);
