@@ -89,6 +89,13 @@ class Socket:
     def next_message(self, timeout=20):
         return json.loads(self.next_text(timeout))
 
+    def next_post(self, timeout=20):
+        """The next message but for the node's word of its offers, which comes some seconds after it connected."""
+        while True:
+            message = self.next_message(timeout)
+            if not message.get("subject", "").endswith("CapabilityNotif"):
+                return message
+
     def closed(self, timeout=20):
         event = self.wait("closed", timeout=timeout)
         return event["code"], event["reason"]

@@ -220,7 +220,7 @@ class EndingServers:
         # The same text: the same id and the same time as before.
         self.assertEqual(again.next_text(), first[1])
         self.node.post("After the return")
-        self.assertEqual(again.next_message()["subject"], "After the return")
+        self.assertEqual(again.next_post()["subject"], "After the return")
 
     def test_binary_is_refused_with_1003(self):
         self.assertEqual(self.sockets["BINARY"].closed()[0], 1003)
@@ -257,7 +257,7 @@ class EndingServers:
     def test_the_steady_one_is_not_disturbed(self):
         self.node.post("Still here", userInfo={"n": 1})
         steady = self.sockets["STEADY"]
-        while steady.next_message()["subject"] != "Still here":
+        while steady.next_post()["subject"] != "Still here":
             pass
         self.assertEqual(len([event for event in self.node.seen if event["event"] == "connected" and
                               event["userInfo"]["frxId"] == self.servers["STEADY"].service_id]), 1)
@@ -274,11 +274,11 @@ class EndingServers:
             count = 80
             for number in range(count):
                 node.post(f"post {number}", userInfo=payload)
-                self.assertEqual(beside.next_message()["subject"], f"post {number}")
+                self.assertEqual(beside.next_post()["subject"], f"post {number}")
             self.assertTrue(node.wait_peer("connectionFailed", deaf)["userInfo"]["error"])
             node.assert_memory_below(before + 32 * MIB)
             node.post("afterwards")
-            self.assertEqual(beside.next_message()["subject"], "afterwards")
+            self.assertEqual(beside.next_post()["subject"], "afterwards")
 
 
 class PythonServers(ForeignServers, unittest.TestCase):
