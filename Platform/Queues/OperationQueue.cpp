@@ -157,7 +157,9 @@ void OperationQueue::Impl::run(const std::shared_ptr<Operation>& operation) {
     failed = true;
     FRX_LOG_ERROR("An operation could not be started.");
   }
-  if (!failed && operation->isConcurrent() && !operation->isFinished()) return;
+  // One that announces its end does so to others before this queue, who may have to act before the next
+  // starts; its flag alone, which another thread may have set just now, would overtake them.
+  if (!failed && operation->isConcurrent()) return;
   remove(*operation);
   startReady();
 }

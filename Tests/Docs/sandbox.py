@@ -38,7 +38,9 @@ class Sandbox:
 
     def here(self, text):
         """Folders of a machine become folders of the sandbox."""
-        return re.sub(r"(?<![\w/.:])/(media|tmp)/", lambda found: f"{self.place}/{found[1]}/", text)
+        # The sources may lie below such a folder too.
+        there = rf"(?!{re.escape(str(ROOT))}/)(?!{re.escape(str(self.place))}/)"
+        return re.sub(rf"(?<![\w/.:]){there}/(media|tmp)/", lambda found: f"{self.place}/{found[1]}/", text)
 
     def popen(self, text, stdin=subprocess.DEVNULL):
         return subprocess.Popen(["sh", "-euc", self.here(text)], cwd=self.place, env=self.environment, stdin=stdin,

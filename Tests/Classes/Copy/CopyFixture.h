@@ -129,6 +129,11 @@ class RecordingCopyListener final : public CopyR24ProjectOperationDelegate {
     return calls.empty() ? std::multiset<std::string>()
                          : std::multiset<std::string>(calls.begin(), std::prev(calls.end()));
   }
+  /// All of them, where another thread cancels: the copy may end before that thread tells of it.
+  std::multiset<std::string> callsInAnyOrder() const {
+    const auto calls = this->calls();
+    return {calls.begin(), calls.end()};
+  }
   std::set<std::string> operationIds() const {
     const std::lock_guard lock(mutex_);
     return ids_;

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -74,7 +75,10 @@ TEST_F(CopyOptionsTests, ResumingFetchesOnlyWhatIsMissing) {
   EXPECT_EQ(peer.count("GET /projects/P/files/"), 2U);
   EXPECT_EQ(copy->currentProgress(), copy->projectSize());
   EXPECT_EQ(copy->finishedFileCount(), 3U);
-  EXPECT_EQ(listener_->progress().back(), (std::pair<std::uint64_t, std::uint64_t>{5010, 5010}));
+  // The call with the highest sum may overtake another.
+  const auto progress = listener_->progress();
+  EXPECT_EQ(*std::max_element(progress.begin(), progress.end()),
+            (std::pair<std::uint64_t, std::uint64_t>{5010, 5010}));
 }
 
 TEST_F(CopyOptionsTests, ResumingIntoNothingIsAWholeCopy) {

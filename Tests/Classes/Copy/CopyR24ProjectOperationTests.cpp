@@ -85,7 +85,8 @@ TEST_F(CopyR24ProjectOperationTests, EveryDownloadIsReportedWithTheSumSoFar) {
   put("c", bytesOf(30));
   const auto copy = copyFrom(share());
   expectCalls({"progress", "progress", "progress"}, "success");
-  expectProgress({10, 30, 60}, 3);
+  // Whichever of them come first.
+  expectProgress({10, 20, 30, 40, 50, 60}, 3);
 }
 
 TEST_F(CopyR24ProjectOperationTests, AQueueRunsIt) {
@@ -166,9 +167,11 @@ TEST_F(CopyR24ProjectOperationTests, LargeFilesAreFetchedInPieces) {
     if (request.starts_with("GET /projects/P/files/"))
       ranges.push_back(ScriptedPeer::fieldOf(request, "Range"));
   }
+  // Over several connections, which overtake each other.
+  std::sort(ranges.begin(), ranges.end());
   EXPECT_EQ(ranges, (Calls{"bytes=0-1000", "bytes=1000-2000", "bytes=2000-3000"}));
   expectSameTree(treeOf(destination()), (std::map<std::string, std::string>{{"a", bytesOf(2500)}}));
-  expectProgress({1000, 2000, 2500}, 3);
+  expectProgress({500, 1000, 1500, 2000, 2500}, 3);
 }
 
 TEST_F(CopyR24ProjectOperationTests, SizesAroundTheLimitComeOverAlike) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -121,6 +122,28 @@ TEST_F(OperationQueueInlineStartTests, ACancelledOneIsStartedSoThatItCanEnd) {
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_EQ(second->starts, 1);
   EXPECT_TRUE(second->isFinished());
+}
+
+// Whoever hears of an end before the queue may have to cancel what would come next.
+TEST_F(OperationQueueInlineStartTests, NothingStartsBeforeTheEndIsAnnounced) {
+  /// Is finished by its flag when `start` returns, and says so later.
+  struct Late : Operation {
+    void start() override { finished_ = true; }
+    bool isExecuting() const override { return false; }
+    bool isFinished() const override { return finished_; }
+    void announce() { didChangeValueForKey("isFinished"); }
+    std::atomic<bool> finished_{false};
+  };
+  queue.setMaxConcurrentOperationCount(1);
+  const auto late = std::make_shared<Late>();
+  late->setStartsOnCurrentThread(true);
+  const auto next = make();
+  queue.addOperation(late);
+  queue.addOperation(next);
+  EXPECT_EQ(next->starts, 0);
+  late->announce();
+  EXPECT_EQ(next->starts, 1);
+  next->finish();
 }
 
 TEST_F(OperationQueueInlineStartTests, ManyThreadsMayEndAndAddAtOnce) {
