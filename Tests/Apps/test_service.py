@@ -112,6 +112,12 @@ class Unit(unittest.TestCase):
                       "is not executable: No such file" not in line]
         self.assertEqual(complaints, [], done.stderr)
 
+    def test_it_may_write_nothing_but_its_own_temporary_files(self):
+        self.assertEqual(self.values("ProtectSystem"), ["strict"])
+        self.assertEqual(self.values("ProtectHome"), ["read-only"])
+        self.assertEqual(self.values("PrivateTmp"), ["yes"])
+        self.assertEqual(self.values("ReadWritePaths"), [])
+
     def test_it_leaves_discovery_what_it_needs(self):
         self.assertEqual(set(self.values("RestrictAddressFamilies")[0].split()),
                          {"AF_INET", "AF_INET6", "AF_NETLINK", "AF_UNIX"})
