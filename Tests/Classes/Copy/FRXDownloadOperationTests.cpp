@@ -4,9 +4,11 @@
 #include <future>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "Classes/Copy/DownloadBody.h"
 #include "Classes/Copy/FRXDownloadOperation.h"
+#include "Platform/Queues/BackgroundQueue.h"
 #include "Tests/Classes/Copy/TransferFixture.h"
 #include "Tests/Support/ScriptedHTTPClient.h"
 #include "Tests/Support/ScriptedHTTPServer.h"
@@ -70,6 +72,27 @@ TEST_F(FRXDownloadOperationTests, BodiesOfEverySizeArriveWhole) {
       EXPECT_EQ(namesIn(folder_.path()), Names{"target"});
     }
   }
+}
+
+TEST_F(FRXDownloadOperationTests, ACompletionQueueOfItsOwnWritesTheFileAndTellsTheListener) {
+  struct ThreadListener final : FRXDownloadOperationDelegate {
+    void downloadOperationDidSucceed(FRXDownloadOperation&, std::uint64_t) override {
+      told.set_value(std::this_thread::get_id());
+    }
+    std::promise<std::thread::id> told;
+  };
+  ScriptedHTTPServer server(ScriptedHTTPServer::answeringWith(ScriptedHTTPServer::answer("small")));
+  const auto queue = BackgroundQueue::makePool(1);
+  std::promise<std::thread::id> queueThread;
+  queue->post([&] { queueThread.set_value(std::this_thread::get_id()); });
+  const auto listener = std::make_shared<ThreadListener>();
+  const auto operation = download(server.url());
+  operation->setDelegate(listener);
+  operation->setCompletionQueue(*queue);
+  operation->setLikelySize(1);  // wrong, and without harm
+  run(operation);
+  EXPECT_EQ(listener->told.get_future().get(), queueThread.get_future().get());
+  EXPECT_EQ(contentOf(path()), "small");
 }
 
 TEST_F(FRXDownloadOperationTests, ChunkedBodyIsPutTogether) {
