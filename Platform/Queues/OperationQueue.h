@@ -10,12 +10,11 @@
 
 namespace ferrox {
 
-/// Holds operations until they are finished. `start()` is called in the order of adding among those that are
-/// ready: on the background queue, or where `Operation::setStartsOnCurrentThread` says. An operation whose
-/// `start()` throws is logged and counts as finished.
-/// Destroying the queue cancels what it holds and does not wait: the operations still end by themselves, on
-/// the background queue, which has to outlive them.
-/// Thread: any
+/// Holds operations until they are finished. `start()` is called on the background queue, in the order of
+/// adding among those that are ready. Those with `Operation::setStartsOnCurrentThread` are taken in that
+/// order too, but started by whoever took them, and so may overtake each other. An operation whose `start()`
+/// throws is logged and counts as finished. Destroying the queue cancels what it holds and does not wait: the
+/// operations still end by themselves, on the background queue, which has to outlive them. Thread: any
 class OperationQueue {
  public:
   /// No explicit limit on how many operations execute at once.
