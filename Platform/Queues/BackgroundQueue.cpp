@@ -57,11 +57,10 @@ ThreadPool::~ThreadPool() {
 
 void ThreadPool::post(Task task) {
   assert(task != nullptr);
-  {
-    const MutexLock lock(mutex_);
-    tasks_.push_back(std::move(task));
-    if (idle_ < tasks_.size() && threads_.size() < maximum_ && !ending_) startThread();
-  }
+  const MutexLock lock(mutex_);
+  tasks_.push_back(std::move(task));
+  if (idle_ < tasks_.size() && threads_.size() < maximum_ && !ending_) startThread();
+  // Under the lock: whoever waits for the task may destroy the queue as soon as it was run.
   changed_.notify_one();
 }
 

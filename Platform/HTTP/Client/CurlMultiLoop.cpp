@@ -97,7 +97,9 @@ CurlMultiLoop::~CurlMultiLoop() {
 }
 
 void CurlMultiLoop::start(Id id, std::unique_ptr<CurlTransfer> transfer) {
-  inbox_->post({.kind = Kind::Start, .id = id, .transfer = std::move(transfer)});
+  // Held on to: once the message can be read, the loop may end before `post` does.
+  const auto inbox = inbox_;
+  inbox->post({.kind = Kind::Start, .id = id, .transfer = std::move(transfer)});
 }
 
 void CurlMultiLoop::run() {

@@ -43,12 +43,15 @@ class CurlHTTPClient final : public HTTPClient {
     const CurlInbox::Id id = nextId_++;
     FRXError error;
     const auto target = targetOfURL(request.url, &error);
+    // Made first: a quick completion may be the last thing its owner waits for, and the client may be gone
+    // when a message to its thread is on its way.
+    auto task = std::make_shared<CurlTask>(loop_.inbox(), id);
     if (target && isSendable(request, &error)) {
       loop_.start(id, std::make_unique<CurlTransfer>(std::move(request), *target, std::move(callbacks)));
     } else if (callbacks.onCompletion) {
       refuse(std::move(callbacks), std::move(error));
     }
-    return std::make_shared<CurlTask>(loop_.inbox(), id);
+    return task;
   }
 
  private:

@@ -96,7 +96,8 @@ class HTTPClient {
 
   /// Host names are looked up through `resolver`, which must outlive the client; all addresses are tried.
   /// Only http URLs are accepted; redirects are not followed; proxies are not used. Destroying the client,
-  /// which no callback of its own may do, cancels what is under way and waits for the completions.
+  /// which no callback of its own may do, cancels what is under way and waits for the completions; once
+  /// they have all been called, a `send` of another thread that has not returned yet is no obstacle.
   static std::unique_ptr<HTTPClient> make(HostNameResolver& resolver);
 };
 

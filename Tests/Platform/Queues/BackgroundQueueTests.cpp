@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -87,6 +88,18 @@ TEST(BackgroundQueue, SurvivesATaskThatThrows) {
   }
   EXPECT_TRUE(ranNext);
   EXPECT_TRUE(log->mentions(LogLevel::Error, "out of luck"));
+}
+
+// Whoever waits for the task does not know whether the thread that posted it has come out of `post`.
+TEST(BackgroundQueue, AfterTheLastTaskItMayGoWhilePostReturns) {
+  for (int i = 0; i < 500; ++i) {
+    auto queue = BackgroundQueue::makePool(1);
+    std::promise<void> ran;
+    std::thread poster([posted = queue.get(), &ran] { posted->post([&ran] { ran.set_value(); }); });
+    ran.get_future().wait();
+    queue.reset();
+    poster.join();
+  }
 }
 
 TEST(BackgroundQueue, ZeroThreadsMeansOne) {

@@ -97,6 +97,27 @@ TEST_F(HTTPClientCompletionTests, AQueueOfOnesOwnTakesThem) {
   EXPECT_EQ(completionThread.get_future().get(), queueThread.get_future().get());
 }
 
+// Whoever waits for the completion does not know whether the thread that sent has come out of `send`.
+TEST_F(HTTPClientCompletionTests, AfterTheLastOneTheClientMayGoWhileSendReturns) {
+  constexpr int rounds = 300;
+  for (int i = 0; i < rounds; ++i) {
+    auto client = HTTPClient::make(resolver_);
+    std::promise<void> completed;
+    HTTPClientCallbacks callbacks;
+    callbacks.onCompletion = [&](const std::optional<FRXError>&, const HTTPClientResponse&) {
+      completed.set_value();
+    };
+    callbacks.completesQuickly = i % 2 == 0;
+    const std::string url = i % 3 == 0 ? "not a url" : server_.url();
+    std::thread sender([client = client.get(), url, given = std::move(callbacks)]() mutable {
+      EXPECT_NE(client->send({.url = url}, std::move(given)), nullptr);
+    });
+    completed.get_future().wait();
+    client.reset();
+    sender.join();
+  }
+}
+
 TEST_F(HTTPClientCompletionTests, AWrongGuessOfTheSizeLosesNothing) {
   const std::string body(1 << 20, 'b');
   ScriptedHTTPServer server(ScriptedHTTPServer::answeringWith(ScriptedHTTPServer::answer(body)));
