@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Base/Export.h"
 #include "Platform/DNSSD/DNSSD.h"
 
 namespace ferrox {
@@ -17,7 +18,7 @@ class TCPClientSocket;
 
 /// Everything the system asks of its host. The classes take it at construction, so a test can hand in its
 /// own; the shared instances use `shared()`. Members are borrowed and outlive their users.
-struct PlatformServices {
+struct FRX_EXPORT PlatformServices {
   RunLoop* mainLoop = nullptr;
   BackgroundQueue* background = nullptr;
   NotificationDispatcher* notifications = nullptr;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/Notifications/NotificationDispatcher.h"
@@ -29,7 +30,7 @@ struct CapabilityParts {
 /// of a burst of new connections. Shared, since the capability may go on another thread while the main one is
 /// at work here.
 /// Thread: any; the delayed posts happen on the main thread
-class CapabilityBroadcast : public std::enable_shared_from_this<CapabilityBroadcast> {
+class FRX_EXPORT CapabilityBroadcast : public std::enable_shared_from_this<CapabilityBroadcast> {
  public:
   static constexpr std::chrono::seconds delayAfterConnection{5};
 

@@ -13,6 +13,7 @@
 
 #include "Classes/Capabilities/FRXCapability.h"
 #include "Classes/Capabilities/FRXClientAccessor.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
 
@@ -24,7 +25,7 @@ class FRXWebsocketMessage;
 class RunLoop;
 
 /// What a listing asks of its surroundings. `mainLoop` and `background` are borrowed.
-struct FRXCapabilitiesListingParts {
+struct FRX_EXPORT FRXCapabilitiesListingParts {
   using ResponseCallback = std::function<void(const std::string& json)>;
   using ErrorCallback = std::function<void(const std::optional<FRXError>& error)>;
 
@@ -47,7 +48,7 @@ struct FRXCapabilitiesListingParts {
 /// Sends each known peer the capabilities query and makes URLs of the answers. Calls are independent of each
 /// other and of the listing: one that is under way ends as it would have when the listing is destroyed.
 /// Thread: any
-class FRXCapabilitiesListing {
+class FRX_EXPORT FRXCapabilitiesListing {
  public:
   using Accessors = std::vector<FRXClientAccessor>;
   /// By the peer's service id ("HOST:port"), for every peer that answered with capabilities.

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -15,7 +16,7 @@ inline constexpr std::string_view FRXCapabilityNameProjectSharing = "projectshar
 
 /// One kind of offer. Adding and removing offers and broadcasting belong to the main thread; `name` and
 /// `jsonSerializableObject` are also called on network threads.
-class FRXCapability {
+class FRX_EXPORT FRXCapability {
  public:
   virtual ~FRXCapability() = default;
   /// The offers as peers see them.

@@ -4,10 +4,12 @@
 #include <string>
 #include <utility>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// A value. Thread: any
-class FRXClientAccessor {
+class FRX_EXPORT FRXClientAccessor {
  public:
   FRXClientAccessor(std::string name, std::string accessURL)
       : name_(std::move(name)), accessURL_(std::move(accessURL)) {}

@@ -6,13 +6,14 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
 
 /// May be changed by the host while network threads read it.
 /// Thread: any
-class FRXProject {
+class FRX_EXPORT FRXProject {
  public:
   /// What peers are told: both texts are there and are UTF-8.
   struct Description {

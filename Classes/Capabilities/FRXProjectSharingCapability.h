@@ -6,6 +6,7 @@
 
 #include "Classes/Capabilities/FRXProject.h"
 #include "Classes/Capabilities/OfferingCapability.h"
+#include "Platform/Base/Export.h"
 
 namespace ferrox {
 
@@ -18,7 +19,7 @@ inline constexpr std::string_view FRXProjectRemovedNotification = "FRXProjectRem
 
 /// Projects by id.
 /// Thread: main; reading: any
-class FRXProjectSharingCapability : public OfferingCapability<FRXProject> {
+class FRX_EXPORT FRXProjectSharingCapability : public OfferingCapability<FRXProject> {
  public:
   using Projects = Offers;
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -16,7 +17,7 @@ inline constexpr std::string_view FRXContentTypeMomentsData = "moments-data";
 
 /// May be changed by the host while network threads read it.
 /// Thread: any
-class FRXStream {
+class FRX_EXPORT FRXStream {
  public:
   /// What peers are told: every text is there and is UTF-8.
   struct Description {

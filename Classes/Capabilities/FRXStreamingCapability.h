@@ -6,6 +6,7 @@
 
 #include "Classes/Capabilities/FRXStream.h"
 #include "Classes/Capabilities/OfferingCapability.h"
+#include "Platform/Base/Export.h"
 
 namespace ferrox {
 
@@ -14,7 +15,7 @@ inline constexpr std::string_view FRXStreamingCapabilityNotification = "FRXStrea
 
 /// Streams by key, which is the percent-decoded served path ("/streams/angle 1").
 /// Thread: main; reading: any
-class FRXStreamingCapability : public OfferingCapability<FRXStream> {
+class FRX_EXPORT FRXStreamingCapability : public OfferingCapability<FRXStream> {
  public:
   using Streams = Offers;
 

@@ -9,12 +9,13 @@
 #include "Classes/Capabilities/CapabilityBroadcast.h"
 #include "Classes/Capabilities/FRXCapability.h"
 #include "Classes/Capabilities/OfferTable.h"
+#include "Platform/Base/Export.h"
 
 namespace ferrox {
 
 /// `Offer` as `OfferTable` wants it. May be destroyed on any thread: network threads hold capabilities too.
 template <typename Offer>
-class OfferingCapability : public FRXCapability {
+class FRX_EXPORT OfferingCapability : public FRXCapability {
  public:
   using Offers = typename OfferTable<Offer>::Offers;
 

@@ -57,7 +57,7 @@ CopyR24ProjectOperationParts CopyR24ProjectOperationParts::usual() {
           [](const std::string& path) { return foldsCaseBelow(path); }};
 }
 
-struct CopyR24ProjectOperation::State {
+struct FRX_HIDDEN CopyR24ProjectOperation::State {
   OperationQueue queue{copyStepThreads()};
   ProjectStructureRequest request;
 

@@ -12,6 +12,7 @@
 #include "Classes/Copy/CopyR24ProjectOperationDelegate.h"
 #include "Classes/Copy/FRXConcurrentOperation.h"
 #include "Classes/Copy/FRXDownloadOperationDelegate.h"
+#include "Platform/Base/Export.h"
 #include "Platform/PlatformServices.h"
 
 namespace ferrox {
@@ -21,7 +22,7 @@ struct FileTransferEvents;
 struct FileTransferSettings;
 
 /// What a copy asks of its surroundings. Members that are borrowed outlive the copy.
-struct CopyR24ProjectOperationParts {
+struct FRX_EXPORT CopyR24ProjectOperationParts {
   PlatformServices platform;
   /// The free bytes of the root file system.
   std::function<std::uint64_t()> freeDiskSpace;
@@ -45,7 +46,8 @@ struct CopyR24ProjectOperationParts {
 /// After a failure, and after a cancellation, what was copied until then stays, pieces that were not joined
 /// included. Make it with `makeWithBuilder`; start it by adding it to an `OperationQueue`, or with `start`.
 /// It keeps itself alive until it is finished. Thread: any
-class CopyR24ProjectOperation final : public FRXConcurrentOperation, public FRXDownloadOperationDelegate {
+class FRX_EXPORT CopyR24ProjectOperation final : public FRXConcurrentOperation,
+                                                 public FRXDownloadOperationDelegate {
  public:
   /// What -1 as `maxConcurrentDownloads` means.
   static constexpr int platformConcurrentDownloads = 8;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/ListenerSelectors.h"
 
@@ -14,7 +15,7 @@ namespace ferrox {
 /// Listener of `CopyR24ProjectOperation`. Every operation is optional; each gets the copy's `operationId`.
 /// Thread: any; calls come from threads of the copy and of its downloads, several may come at once. They may
 /// block without stalling a transfer.
-class CopyR24ProjectOperationDelegate {
+class FRX_EXPORT CopyR24ProjectOperationDelegate {
  public:
   using Decision = std::function<void()>;
 

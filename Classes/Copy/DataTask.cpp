@@ -10,7 +10,7 @@
 namespace ferrox {
 
 /// Between the thread that moves the bytes and the main thread. Thread: any
-class DataTask::WaitingBlocks {
+class FRX_HIDDEN DataTask::WaitingBlocks {
  public:
   /// Whether more may come; if not, `take` says when to ask again.
   bool hasRoom() {

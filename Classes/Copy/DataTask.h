@@ -6,6 +6,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/HTTP/Client/HTTPClient.h"
 
@@ -17,7 +18,7 @@ class RunLoop;
 /// Told of an answer in its order: the response, the body block by block, the end. The task may be cancelled
 /// or abandoned, and the listener destroyed, within each of these calls.
 /// Thread: main
-class DataTaskListener {
+class FRX_EXPORT DataTaskListener {
  public:
   virtual ~DataTaskListener() = default;
   virtual void dataTaskDidReceiveResponse(DataTask& task, const HTTPClientResponse& response) = 0;
@@ -30,7 +31,7 @@ class DataTaskListener {
 /// Blocks wait for a main thread that is busy, up to `maxWaitingBytes`; then the sender waits too.
 /// Destroying the task abandons it.
 /// Thread: main
-class DataTask : public std::enable_shared_from_this<DataTask> {
+class FRX_EXPORT DataTask : public std::enable_shared_from_this<DataTask> {
  public:
   enum class State { Running, Canceling, Completed };
 

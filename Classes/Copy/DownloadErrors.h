@@ -4,15 +4,16 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
 
 /// "com.ferrox.download." + class + ".ErrorDomain".
-std::string downloadErrorDomain(std::string_view className);
+FRX_EXPORT std::string downloadErrorDomain(std::string_view className);
 
 /// An error of that class whose description went through the host's table of translated texts.
 /// Thread: any
-FRXError downloadError(std::string_view className, std::string_view message, int code = -1);
+FRX_EXPORT FRXError downloadError(std::string_view className, std::string_view message, int code = -1);
 
 }  // namespace ferrox

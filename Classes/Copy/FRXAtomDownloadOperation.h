@@ -10,6 +10,7 @@
 #include "Classes/Copy/FRXAtomDownloadOperationDelegate.h"
 #include "Classes/Copy/StreamedFileDownload.h"
 #include "Classes/Copy/TransferRequest.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/PlatformServices.h"
 
@@ -30,7 +31,7 @@ namespace ferrox {
 /// `downloadOperationDidSucceed` with the size as it is; 404 as two failures of code -404. After a local file
 /// that cannot be written nothing more is told of that run. In all cases the positions tell what the file
 /// holds. Thread: main
-class FRXAtomDownloadOperation final : public StreamedFileDownload {
+class FRX_EXPORT FRXAtomDownloadOperation final : public StreamedFileDownload {
  public:
   /// `timeout` in seconds without a byte of the answer; one that is not greater than 0 is none.
   FRXAtomDownloadOperation(std::string fromURL, std::string toPath, double timeout = noTransferTimeout,

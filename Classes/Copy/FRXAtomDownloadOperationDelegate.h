@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/ListenerSelectors.h"
 
@@ -13,7 +14,7 @@ class FRXAtomDownloadOperation;
 
 /// All operations are optional. The operation may be destroyed within each of them.
 /// Thread: main
-class FRXAtomDownloadOperationDelegate {
+class FRX_EXPORT FRXAtomDownloadOperationDelegate {
  public:
   virtual ~FRXAtomDownloadOperationDelegate() = default;
   /// False has the block ignored entirely: the bytes behind it would be taken for its own.

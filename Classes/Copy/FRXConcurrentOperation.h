@@ -6,6 +6,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Base/Mutex.h"
@@ -16,7 +17,7 @@ namespace ferrox {
 /// An operation that manages its own execution. A subclass overrides `start`, asks `isStartable` there first,
 /// marks itself executing, and ends, on any thread, with `finish`. Once finished it never runs again.
 /// Thread: any; the flags are changed by one thread at a time
-class FRXConcurrentOperation : public Operation {
+class FRX_EXPORT FRXConcurrentOperation : public Operation {
  public:
   FRXConcurrentOperation() = default;
   FRXConcurrentOperation(const FRXConcurrentOperation&) = delete;

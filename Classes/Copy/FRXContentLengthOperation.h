@@ -8,6 +8,7 @@
 
 #include "Classes/Copy/FRXConcurrentOperation.h"
 #include "Classes/Copy/TransferRequest.h"
+#include "Platform/Base/Export.h"
 #include "Platform/PlatformServices.h"
 
 namespace ferrox {
@@ -17,7 +18,7 @@ namespace ferrox {
 /// request is under way it ends with the HTTP client's error of a cancelled request, since no length was
 /// learned.
 /// Thread: any
-class FRXContentLengthOperation final : public FRXConcurrentOperation {
+class FRX_EXPORT FRXContentLengthOperation final : public FRXConcurrentOperation {
  public:
   using SuccessCallback = std::function<void(std::int64_t length)>;
   using FailureCallback = std::function<void(const FRXError& error)>;

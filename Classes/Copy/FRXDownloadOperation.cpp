@@ -47,7 +47,7 @@ FRXError lengthError(std::uint64_t arrived, std::uint64_t expected) {
 
 /// The answer to one request: what it said, and its body. Touched by the transfer thread until the request
 /// is complete, and by the completion's thread from then on.
-class FRXDownloadOperation::Transfer {
+class FRX_HIDDEN FRXDownloadOperation::Transfer {
  public:
   Transfer(std::shared_ptr<FRXDownloadOperation> operation, SuccessCallback onSuccess,
            FailureCallback onFailure)

@@ -12,6 +12,7 @@
 #include "Classes/Copy/FRXConcurrentOperation.h"
 #include "Classes/Copy/FRXDownloadOperationDelegate.h"
 #include "Classes/Copy/TransferRequest.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/FileSystem/ReplacementFile.h"
 #include "Platform/PlatformServices.h"
@@ -31,7 +32,7 @@ struct HTTPClientResponse;
 ///
 /// What the setters configure is ignored once the operation runs, has run or is cancelled.
 /// Thread: any
-class FRXDownloadOperation final : public FRXConcurrentOperation {
+class FRX_EXPORT FRXDownloadOperation final : public FRXConcurrentOperation {
  public:
   using SuccessCallback = std::function<void()>;
   using FailureCallback = std::function<void(const FRXError& error)>;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/ListenerSelectors.h"
 
@@ -12,7 +13,7 @@ class FRXDownloadOperation;
 
 /// Both operations are optional. They are called after the operation is finished.
 /// Thread: a callback thread of the HTTP client, several of them at a time
-class FRXDownloadOperationDelegate {
+class FRX_EXPORT FRXDownloadOperationDelegate {
  public:
   virtual ~FRXDownloadOperationDelegate() = default;
   /// The file stands in its place.

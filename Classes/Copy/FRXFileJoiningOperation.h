@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Classes/Copy/FRXConcurrentOperation.h"
+#include "Platform/Base/Export.h"
 #include "Platform/FileSystem/ReplacementFile.h"
 
 namespace ferrox {
@@ -18,7 +19,7 @@ namespace ferrox {
 /// a piece that is being appended is taken back, and the flush to the disk is not waited for, so that a large
 /// one delays nobody.
 /// Thread: any
-class FRXFileJoiningOperation final : public FRXConcurrentOperation {
+class FRX_EXPORT FRXFileJoiningOperation final : public FRXConcurrentOperation {
  public:
   explicit FRXFileJoiningOperation(std::string masterFilePath);
 

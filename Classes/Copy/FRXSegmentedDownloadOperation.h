@@ -12,6 +12,7 @@
 #include "Classes/Copy/FRXSegmentedDownloadOperationDelegate.h"
 #include "Classes/Copy/StreamedFileDownload.h"
 #include "Classes/Copy/TransferRequest.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/PlatformServices.h"
@@ -38,7 +39,7 @@ namespace ferrox {
 /// until that call returns; from `downloadOperationDidFail` it begins anew at once, in which case nothing
 /// more is told of the failed attempt.
 /// Thread: main, except where it says any
-class FRXSegmentedDownloadOperation final : public StreamedFileDownload {
+class FRX_EXPORT FRXSegmentedDownloadOperation final : public StreamedFileDownload {
  public:
   struct SegmentParams {
     std::uint64_t start = 0;

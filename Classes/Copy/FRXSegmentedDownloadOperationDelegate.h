@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/ListenerSelectors.h"
 
@@ -13,7 +14,7 @@ class FRXSegmentedDownloadOperation;
 
 /// All operations are optional. The operation may be destroyed within each of them.
 /// Thread: main
-class FRXSegmentedDownloadOperationDelegate {
+class FRX_EXPORT FRXSegmentedDownloadOperationDelegate {
  public:
   virtual ~FRXSegmentedDownloadOperationDelegate() = default;
   /// A segment has ended; `sizeInBytes` is the size of the whole local file. Only a listener that implements

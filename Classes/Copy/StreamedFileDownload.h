@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "Classes/Copy/DataTask.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/FileSystem/UpdateFile.h"
 #include "Platform/PlatformServices.h"
@@ -21,7 +22,7 @@ namespace ferrox {
 /// another call. So does the beginning of another transfer: of a transfer that was replaced nothing is
 /// reported any more.
 /// Thread: main
-class StreamedFileDownload : public DataTaskListener {
+class FRX_EXPORT StreamedFileDownload : public DataTaskListener {
  public:
   ~StreamedFileDownload() override;
   StreamedFileDownload(const StreamedFileDownload&) = delete;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/HTTP/Client/HTTPClient.h"
 
@@ -18,13 +19,13 @@ inline constexpr double noTransferTimeout = std::numeric_limits<double>::max();
 inline double transferTimeout(double seconds) { return seconds > 0 ? seconds : noTransferTimeout; }
 
 /// The same for the HTTP client, to whose clock a time-out beyond a century is none either.
-std::optional<std::chrono::milliseconds> transferInactivityTimeout(double seconds);
+FRX_EXPORT std::optional<std::chrono::milliseconds> transferInactivityTimeout(double seconds);
 
 /// Whether that error says that the request was cancelled.
-bool isTransferCancellation(const FRXError& error);
+FRX_EXPORT bool isTransferCancellation(const FRXError& error);
 
 /// Thread: any
-class TransferRequest {
+class FRX_EXPORT TransferRequest {
  public:
   /// At most once. After `cancel` the request is sent and cancelled, so that its completion comes either way.
   void send(HTTPClient& client, HTTPClientRequest request, HTTPClientCallbacks callbacks);

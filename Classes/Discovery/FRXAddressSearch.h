@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Classes/Discovery/FRXPeerAddress.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/RunLoop/Clock.h"
 
@@ -22,7 +23,7 @@ class Timer;
 /// Gives up, logged at WARN, when the address turns out to be this device. Make it with `std::make_shared`;
 /// destroying it ends the search.
 /// Thread: main
-class FRXAddressSearch : public std::enable_shared_from_this<FRXAddressSearch> {
+class FRX_EXPORT FRXAddressSearch : public std::enable_shared_from_this<FRXAddressSearch> {
  public:
   static constexpr std::chrono::seconds shortestInterval{1};
   static constexpr std::chrono::seconds longestInterval{10};

@@ -64,7 +64,7 @@ std::string describe(const TXTDictionary& entries) {
 
 }  // namespace
 
-struct FRXBrowser::State {
+struct FRX_HIDDEN FRXBrowser::State {
   State(const PlatformServices& platform, FRXBrowserParts given)
       : services(platform),
         parts(std::move(given)),

@@ -14,6 +14,7 @@
 #include "Classes/Discovery/FRXLocalServiceRecord.h"
 #include "Classes/HTTPServer/ConnectionRequestDelegate.h"
 #include "Classes/Monitor/FRXServiceMonitorDelegate.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/DNSSD/DNSSD.h"
@@ -46,11 +47,11 @@ inline constexpr int FRXBrowserErrorBadAddress = -1;
 /// Browses, resolves, adopts and forgets peers; opens and closes connections as the monitor finds them
 /// responsive or not. Nothing starts by itself. Failures are logged and swallowed.
 /// Thread: main, unless said otherwise
-class FRXBrowser : public ConnectionRequestDelegate,
-                   public NetServiceBrowserListener,
-                   public NetServiceListener,
-                   public FRXServiceMonitorDelegate,
-                   public std::enable_shared_from_this<FRXBrowser> {
+class FRX_EXPORT FRXBrowser : public ConnectionRequestDelegate,
+                              public NetServiceBrowserListener,
+                              public NetServiceListener,
+                              public FRXServiceMonitorDelegate,
+                              public std::enable_shared_from_this<FRXBrowser> {
  public:
   /// Called once, never inside the call that began the search, on a callback thread.
   using SearchHandler = std::function<void(bool success, std::optional<FRXError> error)>;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSelectors.h"
 
 namespace ferrox {
@@ -14,7 +15,7 @@ class FRXNetService;
 
 /// Every operation is optional: override those of interest, publicly and without overloading them.
 /// Thread: main, except where an operation says otherwise
-class FRXBrowserDelegate {
+class FRX_EXPORT FRXBrowserDelegate {
  public:
   virtual ~FRXBrowserDelegate() = default;
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/Mutex.h"
 
 namespace ferrox {
@@ -23,10 +24,10 @@ struct FRXLocalServerInfo {
 };
 
 /// Of the process's shared `FRXServer`. Thread: any
-FRXLocalServerInfo sharedServerInfo();
+FRX_EXPORT FRXLocalServerInfo sharedServerInfo();
 
 /// Thread: any
-class FRXLocalServiceRecord {
+class FRX_EXPORT FRXLocalServiceRecord {
  public:
   using ServerSource = std::function<FRXLocalServerInfo()>;
 

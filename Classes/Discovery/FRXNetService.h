@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
@@ -18,7 +19,7 @@ namespace ferrox {
 /// A peer, or this instance itself. Host name, port and the id made of them never change; name and
 /// availability may be changed while other threads read them.
 /// Thread: any
-class FRXNetService {
+class FRX_EXPORT FRXNetService {
  public:
   /// Host name and service name are kept upper-cased. An absent host name counts as an empty text in
   /// `serviceId`; such a record must not be published or connected to.

@@ -6,13 +6,15 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// The port that instances listen on unless told otherwise.
 inline constexpr std::uint16_t FRXDefaultPort = 16654;
 
 /// Thread: any
-class FRXPeerAddress {
+class FRX_EXPORT FRXPeerAddress {
  public:
   /// `host` is a host name or an IP address, an IPv6 one with or without brackets. Nothing for anything
   /// else, and for port 0.

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Classes/GraphQL/FRXCapabilitiesQuery.h"
+#include "Platform/Base/Export.h"
 
 namespace ferrox {
 
@@ -14,7 +15,7 @@ class GraphQLEngine;
 
 /// Costs next to nothing: all of them share one engine, whose schema is read once in a process.
 /// Thread: any
-class FRXGraphQLInterpreter {
+class FRX_EXPORT FRXGraphQLInterpreter {
  public:
   /// Takes the response document (GraphQL October 2021, section 7.1), a JSON text.
   using ResponseCallback = std::function<void(const std::string& response)>;

@@ -8,12 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/GraphQLEngine/GraphQLObject.h"
 
 namespace ferrox {
 
 /// A live stream that this instance offers. A value.
-class GQLStreamingSourceType final : public GraphQLObject {
+class FRX_EXPORT GQLStreamingSourceType final : public GraphQLObject {
  public:
   std::string name;
   std::string path;
@@ -26,7 +27,7 @@ class GQLStreamingSourceType final : public GraphQLObject {
 };
 
 /// A project that peers may copy. A value.
-class GQLProjectSharingSourceType final : public GraphQLObject {
+class FRX_EXPORT GQLProjectSharingSourceType final : public GraphQLObject {
  public:
   std::string name;
   std::string id;
@@ -37,7 +38,7 @@ class GQLProjectSharingSourceType final : public GraphQLObject {
 };
 
 /// What this instance offers, by kind; a kind that it does not offer at all is absent. A value.
-class GQLCapabilitiesType final : public GraphQLObject {
+class FRX_EXPORT GQLCapabilitiesType final : public GraphQLObject {
  public:
   std::optional<std::vector<std::shared_ptr<const GQLStreamingSourceType>>> streaming;
   std::optional<std::vector<std::shared_ptr<const GQLProjectSharingSourceType>>> projectsharing;
@@ -48,7 +49,7 @@ class GQLCapabilitiesType final : public GraphQLObject {
 
 /// The root of every query.
 /// Thread: any
-class GQLQueryType final : public GraphQLObject {
+class FRX_EXPORT GQLQueryType final : public GraphQLObject {
  public:
   /// Made anew of what the routing layer's capabilities delegate, usually the shared server, offers at this
   /// moment. An offer that was made incomplete after it was added is left out.

@@ -5,12 +5,14 @@
 #include <string>
 #include <utility>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
 
 /// Called on network threads: implementations move themselves to the main thread and never block.
-class ConnectionRequestDelegate {
+class FRX_EXPORT ConnectionRequestDelegate {
  public:
   virtual ~ConnectionRequestDelegate() = default;
   /// An instance has connected and said where it can be reached. Thread: network

@@ -70,7 +70,7 @@ std::vector<std::string_view> splitAtBlanks(std::string_view text) {
 
 }  // namespace
 
-struct FRXServer::Publication {
+struct FRX_HIDDEN FRXServer::Publication {
   std::weak_ptr<HTTPServer> httpServer;
   const Clock& clock;
   std::mutex mutex;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "Classes/HTTPServer/ListCapabilitiesDelegate.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/RunLoop/Timer.h"
@@ -25,7 +26,7 @@ inline constexpr std::string_view FRXGeneralErrorDomain = "com.ferrox.ErrorDomai
 /// The host application drives it: set the port, obtain a name, publish it, add capabilities, start, and
 /// start the heartbeat. Nothing starts by itself.
 /// Thread: main, unless said otherwise
-class FRXServer : public ListCapabilitiesDelegate {
+class FRX_EXPORT FRXServer : public ListCapabilitiesDelegate {
  public:
   using ServiceNameCallback = std::function<void(const std::string& serviceName)>;
 

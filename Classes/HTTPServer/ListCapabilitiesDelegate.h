@@ -2,10 +2,11 @@
 #pragma once
 
 #include "Classes/Capabilities/FRXCapability.h"
+#include "Platform/Base/Export.h"
 
 namespace ferrox {
 
-class ListCapabilitiesDelegate {
+class FRX_EXPORT ListCapabilitiesDelegate {
  public:
   virtual ~ListCapabilitiesDelegate() = default;
   /// A snapshot. Thread: any

@@ -11,6 +11,7 @@
 #include "Classes/HTTPServer/ConnectionRequestDelegate.h"
 #include "Classes/HTTPServer/ListCapabilitiesDelegate.h"
 #include "Classes/HTTPServer/ProjectStructureKeys.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/HTTP/Server/HTTPConnection.h"
 
@@ -34,7 +35,7 @@ enum class HTTPMethod { Get = 0, Head = 4 };
 /// The handler of one accepted connection. Answers that need the disk are deferred to the server's disk pool;
 /// nothing here blocks.
 /// Thread: network; the static operations: any
-class RoutingHTTPConnection : public HTTPConnection {
+class FRX_EXPORT RoutingHTTPConnection : public HTTPConnection {
  public:
   /// Makes the endpoint of an accepted upgrade; `frxId` is the connecting peer's service id, upper-cased.
   /// The endpoint is its own delegate where it wants events. Nothing refuses the upgrade.

@@ -5,13 +5,14 @@
 #include <memory>
 
 #include "Classes/Monitor/FRXServiceChecker.h"
+#include "Platform/Base/Export.h"
 #include "Platform/PlatformServices.h"
 
 namespace ferrox {
 
 /// Any HTTP answer counts, whatever its status. Results arrive on the HTTP client's callback threads.
 /// Thread: any
-class FRXHTTPServiceChecker : public FRXServiceChecker {
+class FRX_EXPORT FRXHTTPServiceChecker : public FRXServiceChecker {
  public:
   static constexpr std::chrono::milliseconds requestTimeout{1000};
 

@@ -5,6 +5,8 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
@@ -18,7 +20,7 @@ enum class FRXServiceCheckResult : std::uint64_t {
   Cancelled = 2,
 };
 
-class FRXServiceChecker {
+class FRX_EXPORT FRXServiceChecker {
  public:
   using Completion = std::function<void(FRXServiceCheckResult)>;
 

@@ -11,6 +11,7 @@
 #include "Classes/Monitor/FRXServiceChecker.h"
 #include "Classes/Monitor/FRXServiceMonitorDelegate.h"
 #include "Classes/Monitor/FRXServiceMonitorStatusInfo.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/PlatformServices.h"
 
@@ -21,7 +22,7 @@ class Timer;
 /// Keeps the peers to watch, each under its service id. While there is one, a timer of the main loop starts
 /// a pass every `checkInterval`: on the background queue, every peer is put to the checker. Checks under way
 /// keep the monitor alive, its timer does not. Make it with `std::make_shared`.
-class FRXServiceMonitor : public std::enable_shared_from_this<FRXServiceMonitor> {
+class FRX_EXPORT FRXServiceMonitor : public std::enable_shared_from_this<FRXServiceMonitor> {
  public:
   static constexpr std::chrono::seconds checkInterval{3};
   /// So many failed checks in a row make a peer unresponsive.

@@ -3,6 +3,8 @@
 
 #include <memory>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
@@ -10,7 +12,7 @@ class FRXServiceMonitor;
 
 /// Told about changes of a peer's state, and only about changes. Both operations are required.
 /// Thread: the one on which the checker delivered its result (main with the TCP checker)
-class FRXServiceMonitorDelegate {
+class FRX_EXPORT FRXServiceMonitorDelegate {
  public:
   virtual ~FRXServiceMonitorDelegate() = default;
   /// The peer answered, for the first time or again.

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
@@ -19,7 +21,7 @@ enum class FRXServiceResponseStatus : std::uint64_t {
 };
 
 /// Changed only under its monitor's lock; may be read at any time, also after the peer left the monitor.
-struct FRXServiceMonitorStatusInfo {
+struct FRX_EXPORT FRXServiceMonitorStatusInfo {
   explicit FRXServiceMonitorStatusInfo(std::shared_ptr<FRXNetService> monitoredService);
 
   const std::shared_ptr<FRXNetService> service;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Classes/Monitor/FRXServiceChecker.h"
+#include "Platform/Base/Export.h"
 #include "Platform/PlatformServices.h"
 #include "Platform/Queues/OperationQueue.h"
 
@@ -14,7 +15,7 @@ namespace ferrox {
 /// further one is answered `Cancelled`, synchronously. All other results arrive on the main loop's thread,
 /// or on a background thread when the connection could not even be begun.
 /// Thread: any
-class FRXTCPServiceChecker : public FRXServiceChecker {
+class FRX_EXPORT FRXTCPServiceChecker : public FRXServiceChecker {
  public:
   explicit FRXTCPServiceChecker(const PlatformServices& platform = PlatformServices::shared());
 

@@ -11,6 +11,7 @@
 
 #include "Classes/Copy/FRXConcurrentOperation.h"
 #include "Classes/Monitor/FRXServiceChecker.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/TCP/TCPClientSocket.h"
 
@@ -18,7 +19,8 @@ namespace ferrox {
 
 /// Connects, which is the whole check: nothing is sent. Goes straight to connecting when it is started; it
 /// neither asks whether it is startable nor marks itself executing.
-class FRXTCPServiceCheckerOperation final : public FRXConcurrentOperation, public TCPClientSocketListener {
+class FRX_EXPORT FRXTCPServiceCheckerOperation final : public FRXConcurrentOperation,
+                                                       public TCPClientSocketListener {
  public:
   static constexpr std::chrono::milliseconds connectTimeout{1000};
 

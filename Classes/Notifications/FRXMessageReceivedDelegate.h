@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSelectors.h"
 
 namespace ferrox {
@@ -13,7 +14,7 @@ class FRXNetService;
 class FRXNotification;
 
 /// The operation is optional: override it publicly, without overloading it. Thread: main
-class FRXMessageReceivedDelegate {
+class FRX_EXPORT FRXMessageReceivedDelegate {
  public:
   virtual ~FRXMessageReceivedDelegate() = default;
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -11,7 +12,7 @@ namespace ferrox {
 class FRXWebsocketMessage;
 
 /// Immutable. Thread: any
-class FRXNotification {
+class FRX_EXPORT FRXNotification {
  public:
   /// Raised here and now. A filter of blanks alone counts as none; another keeps its blanks.
   FRXNotification(std::optional<std::string> name, std::optional<std::string> notificationFilter,

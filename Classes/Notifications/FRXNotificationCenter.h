@@ -16,6 +16,7 @@
 #include "Classes/Notifications/FRXMessageReceivedDelegate.h"
 #include "Classes/Notifications/NotificationSink.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/Base/Mutex.h"
@@ -51,8 +52,8 @@ concept NotificationSelector = std::is_member_function_pointer_v<Selector> &&
 /// Three kinds of posts: local ones stay in this process; outgoing ones go to all connected peers, and not to
 /// the observers here; incoming ones come from a peer and go to the observers here.
 /// Thread: any, unless said otherwise
-class FRXNotificationCenter : public NotificationSink,
-                              public std::enable_shared_from_this<FRXNotificationCenter> {
+class FRX_EXPORT FRXNotificationCenter : public NotificationSink,
+                                         public std::enable_shared_from_this<FRXNotificationCenter> {
  public:
   using Handler = NotificationDispatcher::Handler;
   /// Keeps an observer registered for as long as it lives.

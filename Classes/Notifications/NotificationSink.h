@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -12,7 +13,7 @@ namespace ferrox {
 class FRXNotification;
 
 /// Implemented by the notification center. While none is registered nothing is told. Thread: main
-class NotificationSink {
+class FRX_EXPORT NotificationSink {
  public:
   virtual ~NotificationSink() = default;
 

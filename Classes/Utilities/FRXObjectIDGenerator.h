@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Classes/Utilities/FRXObjectIDValuesProvider.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -16,7 +17,7 @@ namespace ferrox {
 /// colon and the 24 lower-case hexadecimal digits of the bytes.
 /// Two of one process in one second differ in the counter; they repeat after 16,777,216 in that second.
 /// Thread: any; several may make identifiers at once
-class FRXObjectIDGenerator {
+class FRX_EXPORT FRXObjectIDGenerator {
  public:
   static constexpr std::size_t identifierSize = 12;
 

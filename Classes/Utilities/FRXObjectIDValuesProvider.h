@@ -6,10 +6,12 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// Thread: any
-class FRXObjectIDValuesProvider {
+class FRX_EXPORT FRXObjectIDValuesProvider {
  public:
   /// This machine's serial number, or its computer name when it tells none; the low 16 bits of the process
   /// id; a counter that starts at a random value from 0 to 2147483646.

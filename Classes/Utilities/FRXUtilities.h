@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Host/Text.h"
 
@@ -25,7 +26,7 @@ struct RequestRange {
 /// A service id is UUID-VERSION/NAME: the device's UUID without dashes, a version that differs from one
 /// generated name to the next, the computer's name.
 /// Thread: any
-class FRXUtilities {
+class FRX_EXPORT FRXUtilities {
  public:
   using HostNameCallback = std::function<void(const std::string& hostName)>;
 

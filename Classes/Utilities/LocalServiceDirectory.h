@@ -7,13 +7,15 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
 
 /// The server and the browser register what they can answer; until then every answer is "nothing".
 /// Thread: any; what is registered is called on the asking thread
-class LocalServiceDirectory {
+class FRX_EXPORT LocalServiceDirectory {
  public:
   /// What the directory wants to know of the local server.
   struct LocalServer {

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 enum class PercentSet {
@@ -13,9 +15,9 @@ enum class PercentSet {
 };
 
 /// Bytes outside the set as %XX, upper-case digits. Thread: any
-std::string percentEncoded(std::string_view text, PercentSet keep);
+FRX_EXPORT std::string percentEncoded(std::string_view text, PercentSet keep);
 /// Nothing for an escape without two hexadecimal digits, and when the result is not UTF-8 (so neither for
 /// overlong forms). The result may hold any character, "/" and NUL included. Thread: any
-std::optional<std::string> percentDecoded(std::string_view text);
+FRX_EXPORT std::optional<std::string> percentDecoded(std::string_view text);
 
 }  // namespace ferrox

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 
+#include "Platform/Base/Export.h"
 #include "Platform/RunLoop/Clock.h"
 
 namespace ferrox {
@@ -11,7 +12,7 @@ namespace ferrox {
 /// After a network change all peers come back at once; dialling them all in the same instant would make each
 /// of them wait for all others. The first few of a burst go at once, the rest within a time that grows with
 /// the burst, at random, up to a second. Thread: main
-class DialSpread {
+class FRX_EXPORT DialSpread {
  public:
   explicit DialSpread(const Clock& clock) : clock_(clock) {}
 

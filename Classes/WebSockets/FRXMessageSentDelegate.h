@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSelectors.h"
 
 namespace ferrox {
@@ -11,7 +12,7 @@ class FRXNetService;
 class FRXWebsocketMessage;
 
 /// Every operation is optional. Thread: main
-class FRXMessageSentDelegate {
+class FRX_EXPORT FRXMessageSentDelegate {
  public:
   virtual ~FRXMessageSentDelegate() = default;
   /// `message` was handed to the connection with a known peer. Both are valid during the call.

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Classes/GraphQL/FRXGraphQLInterpreter.h"
+#include "Platform/Base/Export.h"
 #include "Platform/WebSocket/WebSocket.h"
 
 namespace ferrox {
@@ -19,9 +20,9 @@ class RunLoop;
 
 /// Never begins anything: all it sends is an answer on the same connection. Its own delegate.
 /// Thread: network
-class FRXWebsocket final : public WebSocket,
-                           public WebSocketListener,
-                           public std::enable_shared_from_this<FRXWebsocket> {
+class FRX_EXPORT FRXWebsocket final : public WebSocket,
+                                      public WebSocketListener,
+                                      public std::enable_shared_from_this<FRXWebsocket> {
  public:
   /// `frxId` is the connecting peer's service id. A peer that is known gets the latest of what is kept for
   /// late joiners, over this instance's own connection to it. Notifications are delivered on `mainLoop`.

@@ -16,6 +16,7 @@
 #include "Classes/WebSockets/MessageBroadcaster.h"
 #include "Classes/WebSockets/PeerConnector.h"
 #include "Classes/WebSockets/PeerSocket.h"
+#include "Platform/Base/Export.h"
 #include "Platform/Base/ListenerSlot.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/WebSocket/WebSocketClient.h"
@@ -31,7 +32,7 @@ class Timer;
 struct PlatformServices;
 
 /// What the manager asks of its surroundings. The functions are called on the main thread.
-struct FRXWebsocketConnectionManagerParts {
+struct FRX_EXPORT FRXWebsocketConnectionManagerParts {
   RunLoop* mainLoop = nullptr;
   std::function<std::shared_ptr<WebSocketClient>(const WebSocketClientRequest& request, FRXError* error)>
       makeClient;
@@ -59,10 +60,11 @@ inline constexpr const char* FRXDisconnectedNotification = "FRXDisconnectedNotif
 /// that are still known: one try a tick, without end. What cannot be sent at once is dropped. All failures
 /// are logged and swallowed; the host learns of connections by the local notifications above.
 /// Thread: any, unless said otherwise; everything happens on the main thread, at once for calls made there
-class FRXWebsocketConnectionManager : public PeerConnector,
-                                      public MessageBroadcaster,
-                                      private PeerSocketListener,
-                                      public std::enable_shared_from_this<FRXWebsocketConnectionManager> {
+class FRX_EXPORT FRXWebsocketConnectionManager
+    : public PeerConnector,
+      public MessageBroadcaster,
+      private PeerSocketListener,
+      public std::enable_shared_from_this<FRXWebsocketConnectionManager> {
  public:
   /// Takes the whole JSON text of a reply. Called on the main thread.
   using ResponseCallback = std::function<void(const std::string& json)>;

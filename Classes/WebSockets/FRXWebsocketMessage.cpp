@@ -68,7 +68,7 @@ void appendNumber(std::string& json, std::string_view name, std::int64_t number)
 }  // namespace
 
 /// Puts each member where it belongs as soon as it has been read. A repeated member starts afresh.
-class FRXWebsocketMessage::Reader : public JsonMembers {
+class FRX_HIDDEN FRXWebsocketMessage::Reader : public JsonMembers {
  public:
   void onMember(std::string_view key, FRXValue&& value) override {
     if (key == "id") {

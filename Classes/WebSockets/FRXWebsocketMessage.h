@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
 
@@ -28,7 +29,7 @@ inline constexpr int FRXWebsocketMessageErrorNotAMessage = 1;
 
 /// A value; only its id can be changed. An absent text differs from an empty one until it is written.
 /// Thread: any, one thread at a time
-class FRXWebsocketMessage {
+class FRX_EXPORT FRXWebsocketMessage {
  public:
   /// A new message of this instance: stamped with now, this device's id, the server's port and the browsing
   /// session.

@@ -3,13 +3,15 @@
 
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXWebsocketMessage;
 
 /// Implemented by the manager of outbound connections. What cannot be sent now is dropped.
 /// Thread: any
-class MessageBroadcaster {
+class FRX_EXPORT MessageBroadcaster {
  public:
   virtual ~MessageBroadcaster() = default;
   /// To every open connection.

@@ -4,13 +4,15 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXNetService;
 
 /// Opens and closes connections to peers. While none is registered there is nothing to start and nothing
 /// is connected.
-class PeerConnector {
+class FRX_EXPORT PeerConnector {
  public:
   virtual ~PeerConnector() = default;
 

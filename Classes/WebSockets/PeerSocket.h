@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/WebSocket/WebSocketClient.h"
 
 namespace ferrox {
@@ -12,7 +13,7 @@ namespace ferrox {
 class PeerSocket;
 
 /// Told what happens on the sockets to the peers. Thread: main
-class PeerSocketListener {
+class FRX_EXPORT PeerSocketListener {
  public:
   virtual ~PeerSocketListener() = default;
   virtual void webSocketDidOpen(const std::shared_ptr<PeerSocket>& socket) = 0;
@@ -27,7 +28,8 @@ class PeerSocketListener {
 };
 
 /// Thread: main
-class PeerSocket final : public WebSocketClientDelegate, public std::enable_shared_from_this<PeerSocket> {
+class FRX_EXPORT PeerSocket final : public WebSocketClientDelegate,
+                                    public std::enable_shared_from_this<PeerSocket> {
  public:
   /// `client` reports to the new object from now on. The listener has to outlive it.
   static std::shared_ptr<PeerSocket> make(std::shared_ptr<WebSocketClient> client, std::string lookupId,

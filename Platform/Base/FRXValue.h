@@ -11,6 +11,8 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class FRXValue;
@@ -19,7 +21,7 @@ using FRXDictionary = std::map<std::string, FRXValue, std::less<>>;
 using FRXDate = std::chrono::system_clock::time_point;
 
 /// One value: null, boolean, 64-bit integer, double, text, array, object, or a date.
-class FRXValue {
+class FRX_EXPORT FRXValue {
  public:
   using Storage =
       std::variant<std::monostate, bool, std::int64_t, double, std::string, FRXArray, FRXDictionary, FRXDate>;

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
 
@@ -21,15 +22,15 @@ struct JsonLimits {
 /// Reads one JSON text. Nothing, with `error` filled, for malformed text, for numbers that are not finite,
 /// and beyond the limits. An integer that does not fit 64 bits signed becomes a double.
 /// Thread: any
-[[nodiscard]] std::optional<FRXValue> parseJson(std::string_view text, FRXError* error = nullptr,
-                                                const JsonLimits& limits = {});
+[[nodiscard]] FRX_EXPORT std::optional<FRXValue> parseJson(std::string_view text, FRXError* error = nullptr,
+                                                           const JsonLimits& limits = {});
 
 inline constexpr const char* JsonErrorDomain = "com.ferrox.json.ErrorDomain";
 /// The text is JSON, but its top level is no object.
 inline constexpr int JsonErrorNotAnObject = 5;
 
 /// Takes the members of an object one by one.
-class JsonMembers {
+class FRX_EXPORT JsonMembers {
  public:
   virtual void onMember(std::string_view key, FRXValue&& value) = 0;
 
@@ -41,24 +42,24 @@ class JsonMembers {
 /// repeated one each time, without building the object: for records of a known shape. False, with `error`
 /// filled, as `parseJson`; what was handed over until then is of no use.
 /// Thread: any
-[[nodiscard]] bool readJsonObject(std::string_view text, JsonMembers& members, FRXError* error = nullptr,
-                                  const JsonLimits& limits = {});
+[[nodiscard]] FRX_EXPORT bool readJsonObject(std::string_view text, JsonMembers& members,
+                                             FRXError* error = nullptr, const JsonLimits& limits = {});
 
 /// Compact JSON text of a value. Nothing when the value holds what JSON cannot carry: a date, a number that
 /// is not finite, or text that is not UTF-8; and when it is nested more than 512 levels deep.
 /// Thread: any
-[[nodiscard]] std::optional<std::string> writeJson(const FRXValue& value);
+[[nodiscard]] FRX_EXPORT std::optional<std::string> writeJson(const FRXValue& value);
 
 /// Whether `writeJson` would write it. Thread: any
-[[nodiscard]] bool isWritableJson(const FRXDictionary& object);
+[[nodiscard]] FRX_EXPORT bool isWritableJson(const FRXDictionary& object);
 
 // For documents of a fixed shape on hot paths. Thread: any
 
 /// Appends `text` as a quoted JSON string. The text must be UTF-8.
-void appendJsonString(std::string& out, std::string_view text);
+FRX_EXPORT void appendJsonString(std::string& out, std::string_view text);
 /// Appends decimal digits.
-void appendJsonInteger(std::string& out, std::int64_t number);
+FRX_EXPORT void appendJsonInteger(std::string& out, std::int64_t number);
 /// Appends the object. False, with an incomplete text, when `writeJson` would not write it.
-[[nodiscard]] bool appendJsonObject(std::string& out, const FRXDictionary& object);
+[[nodiscard]] FRX_EXPORT bool appendJsonObject(std::string& out, const FRXDictionary& object);
 
 }  // namespace ferrox

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/DNSSD/NetworkInterface.h"
 
 namespace ferrox::dnssd {
@@ -33,7 +34,7 @@ struct LookupReport {
 };
 
 /// Ends its look-up when destroyed; nothing is reported afterwards.
-class Lookup {
+class FRX_EXPORT Lookup {
  public:
   virtual ~Lookup() = default;
 };
@@ -41,7 +42,7 @@ class Lookup {
 enum class GroupEvent { Established, Collision, Failed };
 
 /// The records of one service on the network; withdrawn with a goodbye when destroyed.
-class ServiceGroup {
+class FRX_EXPORT ServiceGroup {
  public:
   virtual ~ServiceGroup() = default;
   virtual bool updateTXT(const std::string& rdata) = 0;
@@ -58,7 +59,7 @@ struct ServiceRecords {
 /// Collision: another owner has the name already. Invalid: no attempt with these values can succeed.
 enum class PublishError { None, Collision, Invalid, Temporary };
 
-class BackEndListener {
+class FRX_EXPORT BackEndListener {
  public:
   virtual ~BackEndListener() = default;
   /// Look-ups may be made from now on; those of before are gone.
@@ -71,7 +72,7 @@ class BackEndListener {
   virtual void publishingWillStop() = 0;
 };
 
-class BackEnd {
+class FRX_EXPORT BackEnd {
  public:
   using LookupHandler = std::function<void(const LookupReport&)>;
   using GroupHandler = std::function<void(GroupEvent)>;

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox::dnssd {
 
 inline constexpr std::uint16_t recordTypeA = 1;
@@ -20,10 +22,10 @@ inline constexpr std::uint16_t recordClassIN = 1;
 using DNSName = std::vector<std::string>;
 
 /// Compares without regard to ASCII case (RFC 1035 section 2.3.3).
-bool sameDNSName(const DNSName& a, const DNSName& b);
+FRX_EXPORT bool sameDNSName(const DNSName& a, const DNSName& b);
 /// Labels of dotted text without escapes; a trailing dot is allowed. Nothing when a label is empty or longer
 /// than 63 bytes, or the whole longer than 255 bytes in wire form.
-std::optional<DNSName> dnsNameFromText(std::string_view text);
+FRX_EXPORT std::optional<DNSName> dnsNameFromText(std::string_view text);
 
 struct DNSQuestion {
   DNSName name;
@@ -56,11 +58,11 @@ struct SRVData {
 };
 
 /// Nothing unless the whole packet can be read. Thread: any
-std::optional<DNSMessage> readDNSMessage(std::string_view packet);
+FRX_EXPORT std::optional<DNSMessage> readDNSMessage(std::string_view packet);
 /// Without name compression. Nothing when a name is not valid or the packet would exceed 9000 bytes.
-std::optional<std::string> writeDNSMessage(const DNSMessage& message);
+FRX_EXPORT std::optional<std::string> writeDNSMessage(const DNSMessage& message);
 /// A name that fills `rdata` to its end, without compression.
-std::optional<DNSName> readPTRData(std::string_view rdata);
-std::optional<SRVData> readSRVData(std::string_view rdata);
+FRX_EXPORT std::optional<DNSName> readPTRData(std::string_view rdata);
+FRX_EXPORT std::optional<SRVData> readSRVData(std::string_view rdata);
 
 }  // namespace ferrox::dnssd

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/DNSSD/NetService.h"
 #include "Platform/Net/SocketAddress.h"
@@ -24,7 +25,7 @@ using TXTDictionary = std::map<std::string, std::string>;
 
 /// Told about found and withdrawn instances. A batch that belongs together arrives with `moreComing` true
 /// on all but its last event. Thread: main
-class NetServiceBrowserListener {
+class FRX_EXPORT NetServiceBrowserListener {
  public:
   virtual ~NetServiceBrowserListener() = default;
   virtual void netServiceBrowserDidFindService(const std::shared_ptr<NetService>& service,
@@ -35,7 +36,7 @@ class NetServiceBrowserListener {
 
 /// Browses for one service type. Each instance is found once, on however many interfaces and address
 /// families it is seen, and removed when the last of them is gone. Thread: main
-class NetServiceBrowser {
+class FRX_EXPORT NetServiceBrowser {
  public:
   virtual ~NetServiceBrowser() = default;
   virtual void setDelegate(std::weak_ptr<NetServiceBrowserListener> listener) = 0;
@@ -45,7 +46,7 @@ class NetServiceBrowser {
 };
 
 /// One published service; withdrawn (with a goodbye) when destroyed. Thread: any
-class NetServicePublication {
+class FRX_EXPORT NetServicePublication {
  public:
   virtual ~NetServicePublication() = default;
   /// Rewrites the TXT record without withdrawing the service. A record that would not fit one packet is
@@ -82,7 +83,7 @@ struct DNSSDConfiguration {
 
 /// The DNS-SD stack. Both implementations live on a discovery thread of their own and post every event to
 /// the main loop, so that a hung daemon blocks nothing else.
-class DNSSD {
+class FRX_EXPORT DNSSD {
  public:
   /// Ends the stack after it said goodbye for what was published. Pending look-ups are answered with nothing.
   /// Waits for at most a few seconds, even for a system daemon that hangs.

@@ -5,17 +5,18 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/DNSSD/NetworkInterface.h"
 
 namespace ferrox::dnssd {
 
 /// True when `name` equals `pattern`, or begins with it where the pattern ends in "*".
-bool matchesInterfacePattern(std::string_view name, std::string_view pattern);
+FRX_EXPORT bool matchesInterfacePattern(std::string_view name, std::string_view pattern);
 
 /// Real interfaces and tunnels are used; loopback only when it was asked for by name or nothing else is up,
 /// so that two nodes on a machine without a network still meet. Thread: any
-class InterfacePolicy {
+class FRX_EXPORT InterfacePolicy {
  public:
   explicit InterfacePolicy(const DNSSDConfiguration& configuration);
 

@@ -6,13 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/DNSSD/BackEnd.h"
 #include "Platform/Net/SocketAddress.h"
 
 namespace ferrox::dnssd {
 
 /// Thread: one at a time
-class MulticastSocket {
+class FRX_EXPORT MulticastSocket {
  public:
   enum class Kind {
     /// From a port of its own: answers come straight back (RFC 6762 section 6.7).

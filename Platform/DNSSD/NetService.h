@@ -7,12 +7,14 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class NetService;
 
 /// Told about one handle. Thread: main
-class NetServiceListener {
+class FRX_EXPORT NetServiceListener {
  public:
   virtual ~NetServiceListener() = default;
   /// The handle has host name and port. Called again when either changes while the handle is resolving or
@@ -28,7 +30,7 @@ class NetServiceListener {
 };
 
 /// Thread: main
-class NetService {
+class FRX_EXPORT NetService {
  public:
   virtual ~NetService() = default;
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox::dnssd {
 
 struct NetworkInterface {
@@ -19,7 +21,7 @@ struct NetworkInterface {
 };
 
 /// All interfaces of this network namespace. An empty list when the system does not tell.
-std::vector<NetworkInterface> currentNetworkInterfaces();
+FRX_EXPORT std::vector<NetworkInterface> currentNetworkInterfaces();
 
 struct InterfaceSelection {
   /// Those whose reports count and to which queries are sent now.

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Net/FileDescriptor.h"
 
@@ -22,16 +23,16 @@ using DirectoryHandle = std::shared_ptr<const FileDescriptor>;
 using DirectoryOpener = std::function<DirectoryHandle(FRXError* error)>;
 
 /// The directory that holds `path`.
-DirectoryHandle openParentDirectory(const std::string& path, FRXError* error = nullptr);
+FRX_EXPORT DirectoryHandle openParentDirectory(const std::string& path, FRXError* error = nullptr);
 /// What follows the last "/" of `path`.
-std::string_view leafName(std::string_view path);
+FRX_EXPORT std::string_view leafName(std::string_view path);
 
 /// Until `commit` whatever stands under the final name stays as it is, and without a commit it stays for
 /// good: the destructor removes what was written. The temporary name cannot be guessed, and no symbolic link
 /// is followed: a link of the final name is replaced, not followed. A file that is replaced hands its
 /// permissions on; a new one gets those of the process's mask.
 /// Errors are those of `PosixErrorDomain`. Thread: one at a time; every operation may block on the disk
-class ReplacementFile {
+class FRX_EXPORT ReplacementFile {
  public:
   /// Opens the directory of `path` itself. Nothing when the directory or the file cannot be opened, or when
   /// what stands at `path` is no regular file or link.

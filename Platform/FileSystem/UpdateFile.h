@@ -6,12 +6,13 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Net/FileDescriptor.h"
 
 namespace ferrox {
 
 /// Open for reading and writing, never truncated by being opened. Thread: one at a time
-class UpdateFile {
+class FRX_EXPORT UpdateFile {
  public:
   /// Why there is no open file.
   struct Problem {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/GraphQLEngine/GraphQLLimits.h"
@@ -19,7 +20,7 @@ inline constexpr int GraphQLErrorRequest = 2;  ///< a query was answered with er
 
 /// Parses, validates and executes query operations of GraphQL October 2021 against one schema of object,
 /// scalar, enum and input types. Thread: any
-class GraphQLEngine {
+class FRX_EXPORT GraphQLEngine {
  public:
   using ErrorHandler = std::function<void(const FRXError& error)>;
   /// Takes the response document (section 7.1), a JSON text.

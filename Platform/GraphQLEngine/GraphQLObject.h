@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -19,7 +20,7 @@ class GraphQLValue;
 using GraphQLList = std::vector<GraphQLValue>;
 
 /// What a field resolves to: null, a leaf, an object, or a list of such.
-class GraphQLValue {
+class FRX_EXPORT GraphQLValue {
  public:
   using Storage = std::variant<std::monostate, bool, std::int64_t, double, std::string, GraphQLList,
                                std::shared_ptr<const GraphQLObject>>;
@@ -46,7 +47,7 @@ class GraphQLValue {
 
 /// An object whose properties answer the fields of its GraphQL type. The engine may read several of them from
 /// several threads.
-class GraphQLObject {
+class FRX_EXPORT GraphQLObject {
  public:
   virtual ~GraphQLObject() = default;
   /// The answer to `__typename`.

@@ -5,11 +5,13 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// The machine's identity, replaceable by the host before anything is started.
 /// Thread: any
-class HostIdentity {
+class FRX_EXPORT HostIdentity {
  public:
   virtual ~HostIdentity() = default;
 

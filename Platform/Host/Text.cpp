@@ -213,7 +213,7 @@ std::string uuidText(std::array<unsigned char, 16> bytes) {
   return result;
 }
 
-struct DateFormatter::Impl {
+struct FRX_HIDDEN DateFormatter::Impl {
   Mutex mutex;
   std::unique_ptr<icu::SimpleDateFormat> format FRX_GUARDED_BY(mutex);
 };

@@ -10,12 +10,14 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 enum class LogLevel { Verbose, Debug, Warn, Error };
 
 /// "VERBOSE", "DEBUG", "WARN" or "ERROR".
-std::string_view toString(LogLevel level);
+FRX_EXPORT std::string_view toString(LogLevel level);
 
 struct LogEntry {
   LogLevel level = LogLevel::Verbose;
@@ -34,7 +36,7 @@ struct AuditEntry {
 };
 
 /// Where entries go. Called on the thread that logs, possibly on several at once.
-class LogSink {
+class FRX_EXPORT LogSink {
  public:
   virtual ~LogSink() = default;
   virtual void write(const LogEntry& entry) = 0;
@@ -43,7 +45,7 @@ class LogSink {
 
 /// The process's log. Until the host sets a sink, WARN and above go to stderr, one escaped line each.
 /// Thread: any
-class Log {
+class FRX_EXPORT Log {
  public:
   /// Replaces the sink; an empty pointer brings the default one back.
   static void setSink(std::shared_ptr<LogSink> sink);

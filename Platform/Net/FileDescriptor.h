@@ -5,10 +5,12 @@
 
 #include <utility>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// Closes what it holds. Thread: one at a time
-class FileDescriptor {
+class FRX_EXPORT FileDescriptor {
  public:
   FileDescriptor() = default;
   explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/Net/SocketAddress.h"
 
@@ -22,7 +23,7 @@ inline constexpr int HostNameResolverErrorUnusableName = 1;
 inline constexpr int HostNameResolverErrorNotFound = 2;
 inline constexpr int HostNameResolverErrorTimedOut = 3;
 
-class HostNameResolver {
+class FRX_EXPORT HostNameResolver {
  public:
   /// Addresses in the order in which they should be tried (RFC 8305 section 4: families alternate), or an
   /// error; never both.

@@ -8,11 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// A value. An IPv4 address in IPv6 clothes (::ffff:10.0.0.7, as dual-stack sockets report it) is kept as the
 /// IPv4 address it is. A default one is no address: empty text, port 0. Thread: any
-class SocketAddress {
+class FRX_EXPORT SocketAddress {
  public:
   SocketAddress() = default;
   /// Nothing unless `text` is an IP literal (an IPv6 one may carry %scope).

@@ -10,7 +10,7 @@
 
 namespace ferrox {
 
-class NotificationDispatcher::Token {
+class FRX_HIDDEN NotificationDispatcher::Token {
  public:
   Token(std::optional<std::string> name, const void* sender, Handler handler)
       : name_(std::move(name)),
@@ -39,7 +39,7 @@ class NotificationDispatcher::Token {
   std::shared_ptr<const Handler> handler_ FRX_GUARDED_BY(mutex_);
 };
 
-struct NotificationDispatcher::Impl {
+struct FRX_HIDDEN NotificationDispatcher::Impl {
   /// Those who want it, in the order of registration. Weak, so that a token that goes before its turn is not
   /// called.
   std::vector<std::weak_ptr<Token>> observersOf(const LocalNotification& notification) FRX_EXCLUDES(mutex) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 
 namespace ferrox {
@@ -20,7 +21,7 @@ struct LocalNotification {
 /// Delivers synchronously, on the posting thread, to every observer of the name. Observers may add and
 /// remove observers while they are called; one that was removed before its turn is not called any more.
 /// Thread: any
-class NotificationDispatcher {
+class FRX_EXPORT NotificationDispatcher {
  public:
   using Handler = std::function<void(const LocalNotification&)>;
 

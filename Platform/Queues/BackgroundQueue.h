@@ -4,10 +4,12 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// A small pool of threads that runs tasks in the order they came, several at a time.
-class BackgroundQueue {
+class FRX_EXPORT BackgroundQueue {
  public:
   using Task = std::function<void()>;
 

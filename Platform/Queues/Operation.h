@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/Mutex.h"
 
 namespace ferrox {
@@ -13,7 +14,7 @@ namespace ferrox {
 class Operation;
 
 /// What observes an operation's flags; implemented by `OperationQueue`.
-class OperationObserver {
+class FRX_EXPORT OperationObserver {
  public:
   virtual ~OperationObserver() = default;
   /// `key` is "isExecuting", "isFinished" or "isCancelled". Called before and after the flag changes, on the
@@ -25,7 +26,7 @@ class OperationObserver {
 /// Base of operations. The queue calls `start()` once; the operation says through the change announcements
 /// when it executes and when it is finished. Dependencies are other operations that must be finished first,
 /// in whatever queue they are. An operation is made with `std::make_shared`.
-class Operation : public std::enable_shared_from_this<Operation> {
+class FRX_EXPORT Operation : public std::enable_shared_from_this<Operation> {
  public:
   virtual ~Operation() = default;
 

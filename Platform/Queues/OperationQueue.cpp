@@ -20,7 +20,8 @@ namespace ferrox {
 /// An operation occupies a slot from the moment its start is posted until it is finished, whether or not it
 /// ever says that it executes. What waits for dependencies is filed under them, so that a queue of thousands
 /// is not searched at every end.
-struct OperationQueue::Impl : OperationObserver, std::enable_shared_from_this<OperationQueue::Impl> {
+struct FRX_HIDDEN OperationQueue::Impl : OperationObserver,
+                                         std::enable_shared_from_this<OperationQueue::Impl> {
   explicit Impl(BackgroundQueue& queue) : background(queue) {}
 
   void operationWillChangeValue(Operation&, std::string_view) override {}

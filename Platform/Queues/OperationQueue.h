@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Queues/BackgroundQueue.h"
 #include "Platform/Queues/Operation.h"
 
@@ -15,7 +16,7 @@ namespace ferrox {
 /// order too, but started by whoever took them, and so may overtake each other. An operation whose `start()`
 /// throws is logged and counts as finished. Destroying the queue cancels what it holds and does not wait: the
 /// operations still end by themselves, on the background queue, which has to outlive them. Thread: any
-class OperationQueue {
+class FRX_EXPORT OperationQueue {
  public:
   /// No explicit limit on how many operations execute at once.
   static constexpr int defaultMaxConcurrentOperationCount = -1;

@@ -3,11 +3,13 @@
 
 #include <chrono>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// A source of time.
 /// Thread: any
-class Clock {
+class FRX_EXPORT Clock {
  public:
   using Instant = std::chrono::steady_clock::time_point;
   using Duration = std::chrono::nanoseconds;

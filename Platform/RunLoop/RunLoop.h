@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Base/Export.h"
 #include "Platform/RunLoop/Clock.h"
 
 namespace ferrox {
@@ -14,7 +15,7 @@ namespace ferrox {
 ///  - from a foreign loop: watch `descriptor()` for readability and call `runPending()`;
 ///  - `startThread()`: a thread of its own.
 /// The loop becomes bound to the thread that drives it first.
-class RunLoop {
+class FRX_EXPORT RunLoop {
  public:
   using Task = std::function<void()>;
 

@@ -17,7 +17,7 @@
 namespace ferrox {
 
 /// One timer as its loop sees it.
-struct Timer::Entry {
+struct FRX_HIDDEN Timer::Entry {
   std::weak_ptr<RunLoop::Impl> loop;
   Clock::Duration interval{};
   bool repeats = false;
@@ -31,7 +31,7 @@ struct Timer::Entry {
 
 /// A loop is active while its thread works for it and idle otherwise. Only an idle loop has to be woken: an
 /// active one looks at its queue again before it sleeps or returns, so a burst of tasks costs one wake-up.
-struct RunLoop::Impl : std::enable_shared_from_this<RunLoop::Impl> {
+struct FRX_HIDDEN RunLoop::Impl : std::enable_shared_from_this<RunLoop::Impl> {
   explicit Impl(const Clock& clockToUse);
   ~Impl();
   Impl(const Impl&) = delete;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Base/Export.h"
 #include "Platform/RunLoop/RunLoop.h"
 
 namespace ferrox {
@@ -11,7 +12,7 @@ namespace ferrox {
 /// Fires on its loop's thread until it is invalidated or destroyed; afterwards the action is never called
 /// again when that happened on the loop's thread. A repeating timer that was late fires once, not once for
 /// every missed interval, and keeps its rhythm.
-class Timer {
+class FRX_EXPORT Timer {
  public:
   using Action = std::function<void()>;
 

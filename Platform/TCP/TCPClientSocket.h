@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
@@ -17,7 +18,7 @@ class RunLoop;
 class TCPClientSocket;
 
 /// Told about one socket. Thread: the callback loop's
-class TCPClientSocketListener {
+class FRX_EXPORT TCPClientSocketListener {
  public:
   virtual ~TCPClientSocketListener() = default;
   virtual void socketDidConnectToHost(TCPClientSocket& socket, const std::string& host,
@@ -30,7 +31,7 @@ class TCPClientSocketListener {
 
 /// Nothing is posted to the callback loop any more once the last owner has let go.
 /// Thread: any; listeners are called on the callback loop only.
-class TCPClientSocket {
+class FRX_EXPORT TCPClientSocket {
  public:
   virtual ~TCPClientSocket() = default;
   virtual void setDelegate(std::weak_ptr<TCPClientSocketListener> listener) = 0;

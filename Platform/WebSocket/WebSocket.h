@@ -6,12 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 class WebSocket;
 
 /// Told about one endpoint. Thread: the connection's network thread
-class WebSocketListener {
+class FRX_EXPORT WebSocketListener {
  public:
   virtual ~WebSocketListener() = default;
   virtual void webSocketDidOpen(WebSocket& socket) { (void)socket; }
@@ -24,7 +26,7 @@ class WebSocketListener {
 
 /// The upgraded connection below an endpoint. Made by the server.
 /// Thread: any
-class WebSocketTransport {
+class FRX_EXPORT WebSocketTransport {
  public:
   virtual ~WebSocketTransport() = default;
   /// Queues one text message; messages keep their order. A queue over its limit ends the connection.
@@ -41,7 +43,7 @@ class WebSocketTransport {
 
 /// An inbound socket. Pings are answered and the closing handshake is kept by the server. A binary message
 /// is refused with close code 1003, one above the size limit with 1009, text that is not UTF-8 with 1007.
-class WebSocket {
+class FRX_EXPORT WebSocket {
  public:
   explicit WebSocket(std::shared_ptr<WebSocketTransport> transport) : transport_(std::move(transport)) {}
   virtual ~WebSocket() = default;

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
@@ -52,7 +53,7 @@ inline constexpr int WebSocketClientErrorSendQueueFull = 6;
 
 /// Told about one client. After `open()` there is exactly one of "did fail" and "did close", and nothing
 /// after it. The client's state has changed before its listener is told. Thread: main
-class WebSocketClientDelegate {
+class FRX_EXPORT WebSocketClientDelegate {
  public:
   virtual ~WebSocketClientDelegate() = default;
   virtual void webSocketDidOpen(WebSocketClient& socket) { (void)socket; }
@@ -78,7 +79,7 @@ class WebSocketClientDelegate {
 /// takes is not read any further until it has caught up. Dropping the last reference cuts the connection, or
 /// lets a closing handshake that has begun end by itself.
 /// Thread: main
-class WebSocketClient {
+class FRX_EXPORT WebSocketClient {
  public:
   virtual ~WebSocketClient() = default;
 

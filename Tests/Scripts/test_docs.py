@@ -46,7 +46,7 @@ class Documents(unittest.TestCase):
                 owner = owner.rpartition("::")[2]
                 if owner:
                     homes = [text for text in sources.values()
-                             if re.search(rf"\b(?:class|struct)\s+{owner}\b[^;]*\{{", text)
+                             if re.search(rf"\b(?:class|struct)\s+(?:FRX_EXPORT\s+)?{owner}\b[^;]*\{{", text)
                              or re.search(rf"\benum class {owner}\b", text)]
                     self.assertTrue(any(re.search(rf"\b{member}\b", home) for home in homes), f"{name}: {span}")
                 checked += 1

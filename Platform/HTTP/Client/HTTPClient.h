@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 
 namespace ferrox {
@@ -32,7 +33,7 @@ struct HTTPClientRequest {
   std::optional<std::uint64_t> likelyBodySize = std::nullopt;
 };
 
-struct HTTPClientResponse {
+struct FRX_EXPORT HTTPClientResponse {
   int status = 0;
   /// In the order of arrival, names as sent. Of a redirect or an interim answer only the last answer's.
   std::vector<std::pair<std::string, std::string>> headers;
@@ -43,7 +44,7 @@ struct HTTPClientResponse {
 };
 
 /// A request under way. Dropping the handle does not cancel.
-class HTTPClientTask {
+class FRX_EXPORT HTTPClientTask {
  public:
   virtual ~HTTPClientTask() = default;
   /// The completion follows with an error of code `HTTPClientErrorCancelled`, unless it was already under
@@ -89,7 +90,7 @@ struct HTTPClientCallbacks {
 };
 
 /// Thread: any
-class HTTPClient {
+class FRX_EXPORT HTTPClient {
  public:
   virtual ~HTTPClient() = default;
   virtual std::shared_ptr<HTTPClientTask> send(HTTPClientRequest request, HTTPClientCallbacks callbacks) = 0;

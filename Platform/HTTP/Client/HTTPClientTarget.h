@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/HTTP/Client/HTTPClient.h"
 
@@ -18,10 +19,10 @@ struct HTTPClientTarget {
 
 /// The target of an absolute http URL without credentials. Nothing, with `error` filled, for every other
 /// text. Thread: any
-std::optional<HTTPClientTarget> targetOfURL(const std::string& url, FRXError* error);
+FRX_EXPORT std::optional<HTTPClientTarget> targetOfURL(const std::string& url, FRXError* error);
 
 /// False, with `error` filled, when the method or a header's name is no token (RFC 9110 section 5.6.2) or a
 /// header's value holds a line break or NUL, with which a request could be forged. Thread: any
-bool isSendable(const HTTPClientRequest& request, FRXError* error);
+FRX_EXPORT bool isSendable(const HTTPClientRequest& request, FRXError* error);
 
 }  // namespace ferrox

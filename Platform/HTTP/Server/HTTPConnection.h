@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Base/Export.h"
 #include "Platform/HTTP/Server/HTTPRequest.h"
 #include "Platform/HTTP/Server/HTTPResponse.h"
 
@@ -17,7 +18,7 @@ class WebSocketTransport;
 /// The server makes one for each accepted TCP connection and asks it about every request, always on the
 /// connection's own network thread.
 /// Thread: network
-class HTTPConnection {
+class FRX_EXPORT HTTPConnection {
  public:
   virtual ~HTTPConnection() = default;
 

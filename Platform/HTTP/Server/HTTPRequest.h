@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 /// Views are valid while the request is being answered. Thread: network
-class HTTPRequest {
+class FRX_EXPORT HTTPRequest {
  public:
   virtual ~HTTPRequest() = default;
   virtual std::string_view method() const = 0;
@@ -24,6 +26,6 @@ class HTTPRequest {
 
 /// Query parameters of a request target, split at "&" and "=" but not decoded; of a repeated name the first
 /// counts. Thread: any
-std::map<std::string, std::string> parseGetParams(std::string_view uri);
+FRX_EXPORT std::map<std::string, std::string> parseGetParams(std::string_view uri);
 
 }  // namespace ferrox

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/Export.h"
+
 namespace ferrox {
 
 using HTTPHeaders = std::vector<std::pair<std::string, std::string>>;
@@ -25,7 +27,7 @@ struct HTTPFileRegion {
 /// One answer. The server asks `status`, `httpHeaders` and `contentLength` once, then takes the body from
 /// the first of these that the response offers: `contiguousBody`, `fileRegion`, `readDataOfLength`.
 /// Thread: network, except `prepare`
-class HTTPResponse {
+class FRX_EXPORT HTTPResponse {
  public:
   virtual ~HTTPResponse() = default;
 
@@ -52,7 +54,7 @@ class HTTPResponse {
 /// network thread, and sends the response it returns; an empty pointer is answered 404. Before that it tries
 /// `makeAtOnce` on the network thread, which must not wait for a disk and returns an empty pointer where it
 /// would have to.
-class HTTPDeferredResponse final : public HTTPResponse {
+class FRX_EXPORT HTTPDeferredResponse final : public HTTPResponse {
  public:
   using Maker = std::function<std::unique_ptr<HTTPResponse>()>;
   explicit HTTPDeferredResponse(Maker make, Maker makeAtOnce = nullptr)

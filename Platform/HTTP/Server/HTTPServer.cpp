@@ -81,7 +81,7 @@ class Running {
 
 }  // namespace
 
-struct HTTPServer::Impl {
+struct FRX_HIDDEN HTTPServer::Impl {
   explicit Impl(DNSSD* discovery) : publisher(discovery) {}
 
   mutable std::mutex mutex;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Base/Export.h"
 #include "Platform/Base/FRXError.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/HTTP/Server/HTTPServerLimits.h"
@@ -17,7 +18,7 @@ class HTTPConnection;
 /// Listens on all interfaces, IPv4 and IPv6. Published only when a type is set.
 /// Thread: any, unless said otherwise; configuration other than name, TXT record and publication takes
 /// effect at the next `start`.
-class HTTPServer {
+class FRX_EXPORT HTTPServer {
  public:
   using ConnectionClass = std::function<std::unique_ptr<HTTPConnection>()>;
 
