@@ -1,10 +1,18 @@
 # What can be switched, and the flags that every target of ours is compiled with.
 
+set(FERROX_SHARED_DEFAULT ${PROJECT_IS_TOP_LEVEL})
+if(FERROX_SANITIZE)
+  set(FERROX_SHARED_DEFAULT OFF)
+endif()
+if(BUILD_SHARED_LIBS)
+  set(FERROX_SHARED_DEFAULT ON)
+endif()
 option(FERROX_BUILD_APPS "Build the ferrox command and the examples" ${PROJECT_IS_TOP_LEVEL})
 option(FERROX_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(FERROX_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(FERROX_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
-option(FERROX_BUILD_SHARED "Build the shared library beside the static one" OFF)
+option(FERROX_BUILD_SHARED "Build the shared library beside the static one" ${FERROX_SHARED_DEFAULT})
+option(FERROX_INSTALL "Install the library, and the command where it is built" ${PROJECT_IS_TOP_LEVEL})
 option(FERROX_WARNINGS_AS_ERRORS "Treat every warning as an error" OFF)
 set(FERROX_SANITIZE "" CACHE STRING "Value of -fsanitize=, for example address,undefined")
 

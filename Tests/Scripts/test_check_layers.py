@@ -9,10 +9,13 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 SOUND = {
+    "Platform/Net/CMakeLists.txt": "ferrox_sources(Socket.cpp)\nferrox_public_headers(\n  Address.h\n  Socket.h)\n",
+    "Classes/CMakeLists.txt": "ferrox_public_headers(Server.h)\n",
     "Platform/Net/Address.h": "#include <string>\n",
     "Platform/Net/Socket.cpp": '#include "Platform/Net/Socket.h"\n#include <boost/asio.hpp>\n',
     "Platform/Net/Socket.h": '#include "Platform/Net/Address.h"\n',
     "Platform/Net/SocketPool.h": "#include <boost/asio/ip/tcp.hpp>\n",
+    "Platform/Net/SocketState.h": "#include <string>\n",
     "Classes/Server.h": '#include "Platform/Net/Socket.h"\n',
     "Classes/Server.cpp": '#include "Classes/Server.h"\n#include <openssl/sha.h>\n',
     "Apps/command/main.cpp": '#include <fmt/format.h>\n#include "Classes/Server.h"\n#include "Platform/Net/Address.h"\n',
@@ -65,6 +68,24 @@ class LayerRule(unittest.TestCase):
         self.refuses({"Apps/command/x.cpp": '#include "Platform/Net/SocketPool.h"\n'}, "SocketPool.h")
         self.refuses({"Apps/command/x.cpp": "#include <boost/asio.hpp>\n"}, "Apps/command/x.cpp")
 
+    def test_what_is_not_named_as_public_is_private(self):
+        self.refuses({"Apps/command/x.cpp": '#include "Platform/Net/SocketState.h"\n'}, "Apps/command/x.cpp", "SocketState.h")
+        self.refuses({"Examples/x/main.cpp": '#include "Platform/Net/SocketState.h"\n'}, "Examples/x/main.cpp")
+
+    def test_public_headers_need_no_private_ones(self):
+        self.refuses(
+            {"Platform/Net/Socket.h": '#include "Platform/Net/SocketState.h"\n'}, "Platform/Net/Socket.h", "SocketState.h"
+        )
+
+    def test_public_headers_exist(self):
+        self.refuses({"Classes/CMakeLists.txt": "ferrox_public_headers(Server.h Gone.h)\n"}, "Classes/Gone.h")
+
+    def test_only_public_headers_say_what_leaves_the_shared_library(self):
+        self.refuses({"Platform/Net/SocketState.h": "class FRX_EXPORT State;\n"}, "Platform/Net/SocketState.h")
+        self.refuses({"Classes/Server.cpp": "FRX_EXPORT void serve() {}\n"}, "Classes/Server.cpp")
+        done = self.check(files={"Classes/Server.h": "class FRX_EXPORT Server;\n"})
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+
     def test_the_libraries_of_the_command_stay_there(self):
         self.refuses({"Classes/Bad.cpp": "#include <spdlog/spdlog.h>\n"}, "Classes/Bad.cpp")
         self.refuses({"Platform/Net/Bad.cpp": "#include <fmt/format.h>\n"}, "Platform/Net/Bad.cpp")
@@ -93,6 +114,13 @@ class LayerRule(unittest.TestCase):
         done = self.check("--public-headers")
         self.assertEqual(
             done.stdout.split(), ["Classes/Server.h", "Platform/Net/Address.h", "Platform/Net/Socket.h"]
+        )
+
+    def test_lists_headers_that_show_no_other_project(self):
+        done = self.check("--plain-headers")
+        self.assertEqual(
+            done.stdout.split(),
+            ["Classes/Server.h", "Platform/Net/Address.h", "Platform/Net/Socket.h", "Platform/Net/SocketState.h"],
         )
 
 

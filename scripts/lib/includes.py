@@ -1,4 +1,4 @@
-"""The include graph of the project's C++ files, read from the #include lines alone."""
+"""The include graph of the project's C++ files, read from the #include lines alone, and which headers are public."""
 
 import pathlib
 import re
@@ -9,15 +9,18 @@ INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.M
 THIRD_PARTY = re.compile(
     r"^(boost|curl|avahi-(core|client|common)|unicode|openssl|CLI|spdlog|fmt|gtest|gmock|benchmark)/"
 )
+PUBLIC_LIST = re.compile(r"^ferrox_public_headers\(([^)]*)\)", re.MULTILINE)
 
 
 class IncludeGraph:
-    """Files by their path relative to the root; `quoted` and `angled` are what each includes itself."""
+    """Files by their path relative to the root; `quoted` and `angled` are what each includes itself, `marked` those
+    that say what leaves the shared library."""
 
     def __init__(self, root):
         self.root = pathlib.Path(root).resolve()
         self.quoted = {}
         self.angled = {}
+        self.marked = set()
         for folder in FOLDERS:
             for path in sorted((self.root / folder).rglob("*")):
                 if path.suffix in SUFFIXES and path.is_file():
@@ -25,7 +28,10 @@ class IncludeGraph:
 
     def _read(self, path):
         name = path.relative_to(self.root).as_posix()
-        found = INCLUDE.findall(path.read_text(encoding="utf-8"))
+        text = path.read_text(encoding="utf-8")
+        found = INCLUDE.findall(text)
+        if re.search(r"\bFRX_EXPORT\b", text):
+            self.marked.add(name)
         self.quoted[name] = [quoted for quoted, _ in found if quoted]
         self.angled[name] = [angled for _, angled in found if angled]
 
@@ -55,9 +61,18 @@ class IncludeGraph:
         return None
 
     def public_headers(self):
-        """What an application may include: all of Classes, and of Platform what shows no other project."""
-        platform = [h for h in self.headers("Platform") if self.third_party_chain(h) is None]
-        return sorted(platform + self.headers("Classes"))
+        """What an application may include, as the CMakeLists.txt of each folder names it."""
+        named = []
+        for folder in ("Classes", "Platform"):
+            for path in (self.root / folder).rglob("CMakeLists.txt"):
+                place = path.parent.relative_to(self.root).as_posix()
+                for listed in PUBLIC_LIST.findall(path.read_text(encoding="utf-8")):
+                    named += [f"{place}/{header}" for header in listed.split()]
+        return sorted(named)
+
+    def plain_headers(self):
+        """The headers of the library that show no other project, public or not."""
+        return sorted(h for f in ("Classes", "Platform") for h in self.headers(f) if self.third_party_chain(h) is None)
 
     def cycles(self):
         """Groups of files that include each other, each as a chain that ends where it began."""
