@@ -19,7 +19,8 @@ if(FERROX_BUILD_SHARED)
 endif()
 
 configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/FerroxConfig.cmake.in" FerroxConfig.cmake
-                              INSTALL_DESTINATION "${FERROX_CMAKE_FOLDER}" NO_SET_AND_CHECK_MACRO)
+                              INSTALL_DESTINATION "${FERROX_CMAKE_FOLDER}" NO_SET_AND_CHECK_MACRO
+                              NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 # Before 1.0.0 an interface may change with every minor version.
 write_basic_package_version_file(FerroxConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/FerroxConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/FerroxConfigVersion.cmake"

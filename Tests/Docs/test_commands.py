@@ -19,7 +19,7 @@ import own_network
 from blocks import DOCUMENTS, ROOT, all_blocks, blocks_of
 from sandbox import COMMAND, PATIENCE, Sandbox, Terminal, stays
 
-LANGUAGES = {"sh", "text", "cpp", "cmake", "json", "http", "graphql"}
+LANGUAGES = {"sh", "text", "cpp", "cmake", "make", "json", "http", "graphql"}
 
 
 def setUpModule():
@@ -67,6 +67,8 @@ class Commands(unittest.TestCase):
             elif words[:2] == ["cmake", "--preset"]:
                 self.assertIn(words[2], presets("configurePresets"), f"{block}")
             elif words[:2] == ["cmake", "--build"]:
+                self.assertIn(words[2].removeprefix("build/"), presets("buildPresets"), f"{block}")
+            elif words[:2] == ["cmake", "--install"]:
                 self.assertIn(words[2].removeprefix("build/"), presets("buildPresets"), f"{block}")
             elif words[:2] == ["ctest", "--preset"]:
                 self.assertIn(words[2], presets("testPresets"), f"{block}")
