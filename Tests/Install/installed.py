@@ -44,7 +44,7 @@ def must(*command, folder=None):
 
 
 def configure(folder, *options):
-    return run("cmake", "-S", folder, "-B", folder / "build", f"-DCMAKE_PREFIX_PATH={PREFIX}", *options)
+    return run("cmake", "-S", folder, "-B", folder / "build", *options)
 
 
 def public_headers():

@@ -19,6 +19,14 @@ add_executable(app main.cpp)
 target_link_libraries(app PRIVATE Ferrox::ferrox)
 """
 
+TOLD = """foreach(kind ferrox shared static)
+  if(TARGET Ferrox::${kind})
+    get_target_property(type Ferrox::${kind} TYPE)
+    message(STATUS "${kind} is ${type}")
+  endif()
+endforeach()
+"""
+
 
 def setUpModule():
     own_network.enter()
@@ -49,13 +57,13 @@ class Consumers(unittest.TestCase):
     def links_the_shared_library(self, app):
         return "[libferrox.so.1]" in must("readelf", "-d", app)
 
-    def found_by_cmake(self, name, request="find_package(Ferrox 0.1 REQUIRED)"):
+    def found_by_cmake(self, name, request="find_package(Ferrox 0.1 REQUIRED)", prefix=PREFIX):
         folder = empty_folder(name)
         text = documented("cmake", "installed")
         self.assertIn("find_package(Ferrox 0.1 REQUIRED)", text)
         (folder / "CMakeLists.txt").write_text(text.replace("find_package(Ferrox 0.1 REQUIRED)", request))
         shutil.copy(PROGRAM, folder / "main.cpp")
-        status, output = configure(folder)
+        status, output = configure(folder, f"-DCMAKE_PREFIX_PATH={prefix}")
         return folder, status, output
 
     def built_by_cmake(self, *arguments):
@@ -86,17 +94,38 @@ class Consumers(unittest.TestCase):
         self.assertFalse(self.links_the_shared_library(app))
         self.meets_a_peer(app)
 
-    def test_find_package_offers_both_by_their_own_names(self):
-        folder = empty_folder("both")
-        (folder / "CMakeLists.txt").write_text(
-            "cmake_minimum_required(VERSION 3.25)\nproject(app LANGUAGES CXX)\n"
-            "find_package(Ferrox REQUIRED COMPONENTS static shared)\nfind_package(Ferrox REQUIRED)\n"
-            "foreach(kind ferrox shared static)\n"
-            "  get_target_property(type Ferrox::${kind} TYPE)\n  message(STATUS \"${kind} is ${type}\")\nendforeach()\n")
-        status, output = configure(folder)
+    def told(self, name, text, *options):
+        """What a project that asks in this way is told by which name."""
+        folder = empty_folder(name)
+        (folder / "CMakeLists.txt").write_text(text + TOLD)
+        shutil.copy(PROGRAM, folder / "main.cpp")
+        status, output = configure(folder, *options)
         self.assertEqual(status, 0, output)
-        for line in ("ferrox is SHARED_LIBRARY", "shared is SHARED_LIBRARY", "static is STATIC_LIBRARY"):
-            self.assertIn(line, output)
+        return sorted(line.removeprefix("-- ") for line in output.splitlines() if "_LIBRARY" in line)
+
+    def test_find_package_offers_both_by_their_own_names(self):
+        found = self.told("both", "cmake_minimum_required(VERSION 3.25)\nproject(app LANGUAGES CXX)\n"
+                          "find_package(Ferrox REQUIRED COMPONENTS static shared)\nfind_package(Ferrox REQUIRED)\n",
+                          f"-DCMAKE_PREFIX_PATH={PREFIX}")
+        self.assertEqual(found, ["ferrox is SHARED_LIBRARY", "shared is SHARED_LIBRARY", "static is STATIC_LIBRARY"])
+
+    def test_find_package_takes_the_static_library_where_there_is_no_other(self):
+        prefix = empty_folder("static_only") / "prefix"
+        shutil.copytree(PREFIX, prefix, symlinks=True)
+        for path in [*prefix.rglob("libferrox.so*"), *prefix.rglob("Ferrox_shared*.cmake")]:
+            path.unlink()
+        app = self.built_by_cmake("found_static_only", "find_package(Ferrox 0.1 REQUIRED)", prefix)
+        self.assertFalse(self.links_the_shared_library(app))
+        _, status, output = self.found_by_cmake("refused_shared", "find_package(Ferrox REQUIRED COMPONENTS shared)",
+                                                prefix)
+        self.assertNotEqual(status, 0, output)
+        self.assertIn('component "shared"', output)
+
+    def test_sources_in_a_project_of_shared_libraries_are_one(self):
+        found = self.told("shared_sources", FETCHED.format(root=ROOT), "-DBUILD_SHARED_LIBS=ON")
+        self.assertEqual(found, ["ferrox is SHARED_LIBRARY", "shared is SHARED_LIBRARY", "static is STATIC_LIBRARY"])
+        found = self.told("static_sources", FETCHED.format(root=ROOT))
+        self.assertEqual(found, ["ferrox is STATIC_LIBRARY", "static is STATIC_LIBRARY"])
 
     def test_find_package_refuses_what_is_not_there(self):
         for name, request, said in (

@@ -3,7 +3,7 @@
 import shutil
 import unittest
 
-from installed import ROOT, WORK, configure, must, public_headers
+from installed import PREFIX, ROOT, WORK, configure, must, public_headers
 
 
 class Headers(unittest.TestCase):
@@ -12,7 +12,8 @@ class Headers(unittest.TestCase):
         shutil.rmtree(project, ignore_errors=True)
         shutil.copytree(ROOT / "Tests/Install/headers", project)
         cache = shutil.which("ccache")
-        status, output = configure(project, "-G", "Ninja", *([f"-DCMAKE_CXX_COMPILER_LAUNCHER={cache}"] if cache else []))
+        options = [f"-DCMAKE_CXX_COMPILER_LAUNCHER={cache}"] if cache else []
+        status, output = configure(project, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={PREFIX}", *options)
         self.assertEqual(status, 0, output)
         self.assertIn(f"headers found: {len(public_headers())}\n", output)
         must("cmake", "--build", project / "build", "--", "-k", "0")
