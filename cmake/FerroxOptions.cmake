@@ -27,9 +27,10 @@ endif()
 
 find_program(FERROX_CCACHE ccache)
 if(FERROX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  # Without this sloppiness ccache passes by what uses a precompiled header.
+  # Without this sloppiness ccache passes by what uses a precompiled header; and by what another build folder, as that
+  # of a project around these sources, has compiled already, unless it is told that the folder does not matter.
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros
-      "${FERROX_CCACHE}")
+      CCACHE_NOHASHDIR=1 "${FERROX_CCACHE}")
 endif()
 
 # Carried by our own targets only, never by what a consumer compiles.
