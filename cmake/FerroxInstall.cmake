@@ -1,5 +1,5 @@
-# What `cmake --install` lays out, beside the headers and the schema, which their own folders name. Components:
-# runtime (the shared library), resources, development, command.
+# What `cmake --install` lays out, beside the headers and the schema, which their own folders name, and the command
+# (FerroxCommandInstall). Components: runtime (the shared library), resources, development, command.
 include(CMakePackageConfigHelpers)
 set(FERROX_CMAKE_FOLDER "${CMAKE_INSTALL_LIBDIR}/cmake/Ferrox")
 
@@ -32,7 +32,3 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${CMAKE_INSTALL_FU
 configure_file("${CMAKE_CURRENT_LIST_DIR}/ferrox.pc.in" ferrox.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/ferrox.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
         COMPONENT development)
-
-if(FERROX_BUILD_APPS)
-  install(TARGETS ferrox_executable RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT command)
-endif()
