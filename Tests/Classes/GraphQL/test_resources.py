@@ -46,7 +46,7 @@ class Resources(unittest.TestCase):
 
     def test_after_installation(self):
         subprocess.run([os.environ["CMAKE_COMMAND"], "--install", BUILD, "--prefix", self.folder / "prefix",
-                        "--component", "ferrox_resources"], check=True, stdout=subprocess.DEVNULL, timeout=30)
+                        "--component", "resources"], check=True, stdout=subprocess.DEVNULL, timeout=30)
         installed = self.folder / "prefix" / BUNDLE
         self.assertEqual((installed / "Schema.graphql").read_text(), SCHEMA.read_text())
         for below in (("bin",), ("lib", "some-machine"), ()):
