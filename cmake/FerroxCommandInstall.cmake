@@ -14,7 +14,10 @@ configure_file("${PROJECT_SOURCE_DIR}/packaging/systemd/ferrox.service.in" packa
 set(FERROX_COMPLETIONS "${PROJECT_SOURCE_DIR}/Resources/completions")
 
 install(TARGETS ferrox_executable RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT command)
-install(FILES "${PROJECT_SOURCE_DIR}/docs/ferrox.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT command)
+# A package brings it compressed (FerroxPackages).
+if(NOT FERROX_PACKAGES)
+  install(FILES "${PROJECT_SOURCE_DIR}/docs/ferrox.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT command)
+endif()
 install(FILES "${FERROX_COMPLETIONS}/ferrox.bash" RENAME ferrox
         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT command)
 install(FILES "${FERROX_COMPLETIONS}/_ferrox" DESTINATION "${FERROX_ZSH_DIR}" COMPONENT command)

@@ -13,6 +13,7 @@ option(FERROX_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(FERROX_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
 option(FERROX_BUILD_SHARED "Build the shared library beside the static one" ${FERROX_SHARED_DEFAULT})
 option(FERROX_INSTALL "Install the library, and the command where it is built" ${PROJECT_IS_TOP_LEVEL})
+option(FERROX_PACKAGES "Lay out Debian packages, for cpack (scripts/package)" OFF)
 option(FERROX_WARNINGS_AS_ERRORS "Treat every warning as an error" OFF)
 set(FERROX_SANITIZE "" CACHE STRING "Value of -fsanitize=, for example address,undefined")
 
