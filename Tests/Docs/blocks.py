@@ -41,6 +41,14 @@ def all_blocks(language=None):
     return [block for block in blocks if language is None or block.language == language]
 
 
+def documented(language, marker):
+    """The text of the one block that is marked so: how something of this kind is built."""
+    found = [block for block in all_blocks(language) if block.key == marker]
+    if len(found) != 1:
+        raise AssertionError(f"{len(found)} blocks of {language} are marked as \"{marker}\"")
+    return found[0].text
+
+
 def table_rows(document, header):
     """The rows of every table whose first line is `header`, as lists of cells without back quotes."""
     rows, inside = [], False

@@ -16,6 +16,9 @@ from blocks import ROOT
 COMMAND = pathlib.Path(os.environ.get("FERROX_COMMAND", ROOT / "build/bin/ferrox")).resolve()
 EXAMPLES = pathlib.Path(os.environ.get("FERROX_EXAMPLES", ROOT / "build/release/Examples")).resolve()
 PATIENCE = 60
+# A node, and what the documents' first program tells when it met it.
+SUITE_1 = "ferrox run --computer-name 'Suite 1' --device-uuid 11111111-1111-4111-8111-111111111111"
+MET_SUITE_1 = "met 11111111111141118111111111111111-"
 
 
 class Sandbox:
@@ -117,6 +120,16 @@ class Terminal:
         self.process.stdout.close()
         if self.process.stdin:
             self.process.stdin.close()
+
+
+def meet(node, program):
+    """Waits until SUITE_1, which observes "Hello", and the documents' first program met; then both are ended."""
+    try:
+        program.wait_for(MET_SUITE_1)
+        node.wait_for("Hello from")
+    finally:
+        program.close()
+        node.close()
 
 
 def stays(line):

@@ -7,9 +7,7 @@ import unittest
 
 import own_network
 from blocks import ROOT, all_blocks
-from sandbox import PATIENCE, Sandbox, Terminal
-
-SUITE_1 = "ferrox run --computer-name 'Suite 1' --device-uuid 11111111-1111-4111-8111-111111111111"
+from sandbox import MET_SUITE_1, PATIENCE, SUITE_1, Sandbox, Terminal
 
 
 def setUpModule():
@@ -35,7 +33,7 @@ class Programs(unittest.TestCase):
             node = Terminal(sandbox, SUITE_1 + " --observe Hello")
             program = Terminal(sandbox, "build/release/Examples/meet")
             try:
-                program.wait_for("met 11111111111141118111111111111111-")
+                program.wait_for(MET_SUITE_1)
                 node.wait_for("Hello from")
                 sandbox.until_it_succeeds("ferrox post Hello")
                 program.wait_for("hello from")

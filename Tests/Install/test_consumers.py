@@ -4,11 +4,10 @@ import shutil
 import unittest
 
 import own_network
-from blocks import all_blocks
+from blocks import documented
 from installed import LIBRARIES, PREFIX, ROOT, WORK, configure, empty_folder, must
-from sandbox import Sandbox, Terminal
+from sandbox import SUITE_1, Sandbox, Terminal, meet
 
-PEER = "ferrox run --computer-name 'Suite 1' --device-uuid 11111111-1111-4111-8111-111111111111 --observe Hello"
 PROGRAM = ROOT / "Examples/meet/main.cpp"
 FETCHED = """cmake_minimum_required(VERSION 3.25)
 project(app LANGUAGES CXX)
@@ -32,27 +31,13 @@ def setUpModule():
     own_network.enter()
 
 
-def documented(language, marker):
-    """The one block of the documents that says how a consumer of this kind is built."""
-    found = [block for block in all_blocks(language) if block.key == marker]
-    if len(found) != 1:
-        raise AssertionError(f"{len(found)} blocks of {language} are marked as \"{marker}\"")
-    return found[0].text
-
-
 class Consumers(unittest.TestCase):
     def meets_a_peer(self, app, environment=None):
         with Sandbox() as sandbox:
             (sandbox.place / "app").symlink_to(app)
-            node = Terminal(sandbox, PEER)
+            node = Terminal(sandbox, SUITE_1 + " --observe Hello")
             sandbox.environment.update(environment or {})
-            program = Terminal(sandbox, "./app")
-            try:
-                program.wait_for("met 11111111111141118111111111111111-")
-                node.wait_for("Hello from")
-            finally:
-                program.close()
-                node.close()
+            meet(node, Terminal(sandbox, "./app"))
 
     def links_the_shared_library(self, app):
         return "[libferrox.so.1]" in must("readelf", "-d", app)
