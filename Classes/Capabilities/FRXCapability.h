@@ -11,7 +11,9 @@
 
 namespace ferrox {
 
+/// The name under which queries and answers carry streams.
 inline constexpr std::string_view FRXCapabilityNameStreaming = "streaming";
+/// The name under which they carry shared projects.
 inline constexpr std::string_view FRXCapabilityNameProjectSharing = "projectsharing";
 
 /// One kind of offer. Adding and removing offers and broadcasting belong to the main thread; `name` and

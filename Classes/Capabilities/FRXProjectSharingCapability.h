@@ -15,6 +15,7 @@ inline constexpr std::string_view FRXProjectSharingCapabilityNotification =
     "FRXProjectSharingCapabilityNotif";
 /// For the host application's own use; the library posts neither.
 inline constexpr std::string_view FRXProjectAddedNotification = "FRXProjectAddedNotif";
+/// The same of a project that is no longer shared.
 inline constexpr std::string_view FRXProjectRemovedNotification = "FRXProjectRemovedNotif";
 
 /// Projects by id.

@@ -12,7 +12,9 @@
 
 namespace ferrox {
 
+/// The content type of a stream with a camera's pictures.
 inline constexpr std::string_view FRXContentTypeVideoAngle = "video-angle";
+/// The content type of a stream with what belongs to moments of the pictures.
 inline constexpr std::string_view FRXContentTypeMomentsData = "moments-data";
 
 /// May be changed by the host while network threads read it.

@@ -32,6 +32,7 @@ class FRX_EXPORT FRXAtomDownloadOperationDelegate {
   }
 };
 
+/// Which operations a listener's class overrides; the others are not called, and cost nothing.
 struct FRXAtomDownloadOperationRespondingSelectors {
   bool receivedData = false;
   bool didSucceed = false;

@@ -26,6 +26,7 @@ class FRX_EXPORT FRXDownloadOperationDelegate {
   }
 };
 
+/// Which operations a listener's class overrides; the others are not called, and cost nothing.
 struct FRXDownloadOperationRespondingSelectors {
   bool didSucceed = false;
   bool didFail = false;

@@ -41,6 +41,7 @@ namespace ferrox {
 /// Thread: main, except where it says any
 class FRX_EXPORT FRXSegmentedDownloadOperation final : public StreamedFileDownload {
  public:
+  /// A range of the remote file in bytes, and how often it has been begun again.
   struct SegmentParams {
     std::uint64_t start = 0;
     std::uint64_t length = 0;

@@ -35,6 +35,7 @@ class FRX_EXPORT FRXSegmentedDownloadOperationDelegate {
   }
 };
 
+/// Which operations a listener's class overrides; the others are not called, and cost nothing.
 struct FRXSegmentedDownloadOperationRespondingSelectors {
   bool didSucceed = false;
   bool didFail = false;

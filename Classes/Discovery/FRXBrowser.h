@@ -40,6 +40,7 @@ inline constexpr const char* FRXServiceRejoinedNetworkNotification = "NotifFrxSe
 /// Its user-info key: the peer's published name exactly as announced.
 inline constexpr const char* FRXServiceRejoinedNetworkFRXIdKey = "frxId";
 
+/// Errors of the search by address.
 inline constexpr const char* FRXBrowserErrorDomain = "com.ferrox.FRXBrowser.ErrorDomain";
 /// The text given to a search is neither a host name nor an IP address, or the port is 0.
 inline constexpr int FRXBrowserErrorBadAddress = -1;

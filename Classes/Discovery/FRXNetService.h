@@ -69,6 +69,7 @@ struct FRXNetServiceHash {
     return service ? service->hash() : 0;
   }
 };
+/// Beside `FRXNetServiceHash`: records that say the same are the same, whichever object holds them.
 struct FRXNetServiceEqual {
   bool operator()(const std::shared_ptr<FRXNetService>& a, const std::shared_ptr<FRXNetService>& b) const {
     return a == b || (a && b && a->isEqual(*b));

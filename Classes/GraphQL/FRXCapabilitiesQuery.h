@@ -5,6 +5,7 @@
 
 namespace ferrox {
 
+/// Asks for everything that a peer offers.
 inline constexpr std::string_view FRXCapabilitiesQuery =
     "{ capabilities { streaming { name path contentType port } projectsharing { name id port } } }";
 

@@ -6,6 +6,7 @@
 
 namespace ferrox {
 
+/// Tells the routes of the HTTP server what may be asked for. Must outlive them.
 class FRX_EXPORT ListCapabilitiesDelegate {
  public:
   virtual ~ListCapabilitiesDelegate() = default;

@@ -17,6 +17,7 @@
 
 namespace ferrox {
 
+/// What a method and a path ask for.
 enum class RouteName {
   RouteNameGetRoot,
   RouteNameHeadRoot,
@@ -30,6 +31,7 @@ enum class RouteName {
   RouteNameNotFound,
 };
 
+/// The methods that have routes.
 enum class HTTPMethod { Get = 0, Head = 4 };
 
 /// The handler of one accepted connection. Answers that need the disk are deferred to the server's disk pool;

@@ -11,6 +11,7 @@ namespace ferrox {
 
 class FRXNetService;
 
+/// What became of one check.
 enum class FRXServiceCheckResult : std::uint64_t {
   /// The peer answered.
   Responded = 0,
@@ -20,6 +21,7 @@ enum class FRXServiceCheckResult : std::uint64_t {
   Cancelled = 2,
 };
 
+/// Asks one peer whether it answers. Liveness monitoring has one of these and repeats it.
 class FRX_EXPORT FRXServiceChecker {
  public:
   using Completion = std::function<void(FRXServiceCheckResult)>;

@@ -11,6 +11,7 @@ namespace ferrox {
 
 class FRXNetService;
 
+/// Whether a monitored peer answers.
 enum class FRXServiceResponseStatus : std::uint64_t {
   /// Has not answered since monitoring began.
   Unknown = 0,

@@ -9,6 +9,7 @@
 
 namespace ferrox {
 
+/// The characters that stay as they are (RFC 3986 sections 2.3 and 3.2.2 to 3.3).
 enum class PercentSet {
   Host,  ///< unreserved, sub-delimiters, ":", "[", "]"
   Path,  ///< unreserved, sub-delimiters, ":", "@", "/"

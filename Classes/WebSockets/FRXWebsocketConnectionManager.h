@@ -50,10 +50,12 @@ struct FRX_EXPORT FRXWebsocketConnectionManagerParts {
   static FRXWebsocketConnectionManagerParts usual(const PlatformServices& services);
 };
 
-// Local notifications, each filtered by the peer's address.
+/// Posted locally, filtered by the peer's address, when the socket to a peer is open.
 inline constexpr const char* FRXConnectedNotification = "FRXConnectedNotification";
+/// The same when a socket could not be opened, or broke.
 inline constexpr const char* FRXConnectionFailedWithErrorNotification =
     "FRXConnectionFailedWithErrorNotification";
+/// The same when a socket was closed.
 inline constexpr const char* FRXDisconnectedNotification = "FRXDisconnectedNotification";
 
 /// Opens a socket when a peer is found or responsive again, and every 15.0 s opens the closed ones of peers

@@ -23,6 +23,7 @@ enum class FRXMessageType : std::int32_t {
   FRXMessageTypeAltNotification = 3,
 };
 
+/// Errors of reading and writing messages.
 inline constexpr const char* FRXWebsocketMessageErrorDomain = "com.ferrox.FRXWebsocketMessage.ErrorDomain";
 /// JSON, but no message: the top level is no object, or "timestamp" is no number.
 inline constexpr int FRXWebsocketMessageErrorNotAMessage = 1;

@@ -16,8 +16,11 @@
 namespace ferrox {
 
 class FRXValue;
+/// A JSON array.
 using FRXArray = std::vector<FRXValue>;
+/// A JSON object. Members come in the order of their names.
 using FRXDictionary = std::map<std::string, FRXValue, std::less<>>;
+/// A moment. What peers send has milliseconds.
 using FRXDate = std::chrono::system_clock::time_point;
 
 /// One value: null, boolean, 64-bit integer, double, text, array, object, or a date.

@@ -25,6 +25,7 @@ struct JsonLimits {
 [[nodiscard]] FRX_EXPORT std::optional<FRXValue> parseJson(std::string_view text, FRXError* error = nullptr,
                                                            const JsonLimits& limits = {});
 
+/// Errors of reading and writing JSON.
 inline constexpr const char* JsonErrorDomain = "com.ferrox.json.ErrorDomain";
 /// The text is JSON, but its top level is no object.
 inline constexpr int JsonErrorNotAnObject = 5;

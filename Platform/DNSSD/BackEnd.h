@@ -39,6 +39,8 @@ class FRX_EXPORT Lookup {
   virtual ~Lookup() = default;
 };
 
+/// Established: the name is ours. Collision: another took it. Failed: for a reason that no other name would
+/// mend.
 enum class GroupEvent { Established, Collision, Failed };
 
 /// The records of one service on the network; withdrawn with a goodbye when destroyed.
@@ -48,6 +50,8 @@ class FRX_EXPORT ServiceGroup {
   virtual bool updateTXT(const std::string& rdata) = 0;
 };
 
+/// One service as it is registered: the instance's name without escapes, the type as "_ferrox._tcp", and the
+/// TXT record in wire form (RFC 6763 section 6.1).
 struct ServiceRecords {
   std::string name;
   std::string type;
@@ -59,6 +63,7 @@ struct ServiceRecords {
 /// Collision: another owner has the name already. Invalid: no attempt with these values can succeed.
 enum class PublishError { None, Collision, Invalid, Temporary };
 
+/// What a back end tells of its own coming and going. Thread: discovery
 class FRX_EXPORT BackEndListener {
  public:
   virtual ~BackEndListener() = default;
@@ -72,6 +77,7 @@ class FRX_EXPORT BackEndListener {
   virtual void publishingWillStop() = 0;
 };
 
+/// One implementation of mDNS: the embedded stack, or the system's daemon. Thread: discovery
 class FRX_EXPORT BackEnd {
  public:
   using LookupHandler = std::function<void(const LookupReport&)>;

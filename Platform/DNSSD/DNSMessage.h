@@ -11,12 +11,12 @@
 
 namespace ferrox::dnssd {
 
-inline constexpr std::uint16_t recordTypeA = 1;
-inline constexpr std::uint16_t recordTypePTR = 12;
-inline constexpr std::uint16_t recordTypeTXT = 16;
-inline constexpr std::uint16_t recordTypeAAAA = 28;
-inline constexpr std::uint16_t recordTypeSRV = 33;
-inline constexpr std::uint16_t recordClassIN = 1;
+inline constexpr std::uint16_t recordTypeA = 1;      ///< IPv4 address
+inline constexpr std::uint16_t recordTypePTR = 12;   ///< name of another name
+inline constexpr std::uint16_t recordTypeTXT = 16;   ///< attributes
+inline constexpr std::uint16_t recordTypeAAAA = 28;  ///< IPv6 address
+inline constexpr std::uint16_t recordTypeSRV = 33;   ///< host and port of a service
+inline constexpr std::uint16_t recordClassIN = 1;    ///< the Internet's, and the only one in use
 
 /// Raw labels, without the empty one of the root.
 using DNSName = std::vector<std::string>;
@@ -27,12 +27,15 @@ FRX_EXPORT bool sameDNSName(const DNSName& a, const DNSName& b);
 /// than 63 bytes, or the whole longer than 255 bytes in wire form.
 FRX_EXPORT std::optional<DNSName> dnsNameFromText(std::string_view text);
 
+/// RFC 1035 section 4.1.2. The highest bit of the class asks for a unicast answer (RFC 6762 section 5.4).
 struct DNSQuestion {
   DNSName name;
   std::uint16_t type = 0;
   std::uint16_t recordClass = recordClassIN;
 };
 
+/// RFC 1035 section 4.1.3. The highest bit of the class flushes caches (RFC 6762 section 10.2); the time to
+/// live is in seconds, and 0 says goodbye.
 struct DNSRecord {
   DNSName name;
   std::uint16_t type = 0;
@@ -42,6 +45,7 @@ struct DNSRecord {
   std::string rdata;
 };
 
+/// A whole packet (RFC 1035 section 4.1), as mDNS uses it.
 struct DNSMessage {
   std::uint16_t id = 0;
   std::uint16_t flags = 0;
@@ -52,6 +56,7 @@ struct DNSMessage {
   bool isResponse() const { return (flags & 0x8000) != 0; }
 };
 
+/// What an SRV record tells (RFC 2782) besides its priority and weight, which mean nothing here.
 struct SRVData {
   std::uint16_t port = 0;
   DNSName target;
@@ -63,6 +68,7 @@ FRX_EXPORT std::optional<DNSMessage> readDNSMessage(std::string_view packet);
 FRX_EXPORT std::optional<std::string> writeDNSMessage(const DNSMessage& message);
 /// A name that fills `rdata` to its end, without compression.
 FRX_EXPORT std::optional<DNSName> readPTRData(std::string_view rdata);
+/// Nothing unless `rdata` is a whole SRV record without compression.
 FRX_EXPORT std::optional<SRVData> readSRVData(std::string_view rdata);
 
 }  // namespace ferrox::dnssd

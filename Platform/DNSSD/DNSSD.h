@@ -54,6 +54,7 @@ class FRX_EXPORT NetServicePublication {
   virtual void setTXTRecord(TXTDictionary txt) = 0;
 };
 
+/// What `DNSSD::publish` shall make visible, and who is told how that went.
 struct PublicationRequest {
   std::string name;
   std::string type;
@@ -67,6 +68,8 @@ struct PublicationRequest {
   std::function<void(const FRXError& error)> onFailed;
 };
 
+/// Which stack discovery uses, on which interfaces, and under which host name. Read once, when the stack is
+/// made.
 struct DNSSDConfiguration {
   enum class BackEnd { Auto, Embedded, Daemon, Off };
   /// Auto: the system's daemon when one runs at start, else the embedded stack; never swapped later.

@@ -8,6 +8,7 @@
 
 namespace ferrox::dnssd {
 
+/// One interface as the system describes it at this moment.
 struct NetworkInterface {
   int index = 0;
   std::string name;
@@ -23,6 +24,7 @@ struct NetworkInterface {
 /// All interfaces of this network namespace. An empty list when the system does not tell.
 FRX_EXPORT std::vector<NetworkInterface> currentNetworkInterfaces();
 
+/// The interfaces that discovery may use, and those it uses now.
 struct InterfaceSelection {
   /// Those whose reports count and to which queries are sent now.
   std::vector<NetworkInterface> inUse;

@@ -14,6 +14,7 @@
 
 namespace ferrox {
 
+/// Errors of a schema, a query, or its answer.
 inline constexpr const char* GraphQLErrorDomain = "com.ferrox.graphql.ErrorDomain";
 inline constexpr int GraphQLErrorSchema = 1;   ///< the schema text cannot be used
 inline constexpr int GraphQLErrorRequest = 2;  ///< a query was answered with errors

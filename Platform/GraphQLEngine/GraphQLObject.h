@@ -17,6 +17,7 @@ namespace ferrox {
 
 class GraphQLObject;
 class GraphQLValue;
+/// The items of a list, in the order of the answer.
 using GraphQLList = std::vector<GraphQLValue>;
 
 /// What a field resolves to: null, a leaf, an object, or a list of such.

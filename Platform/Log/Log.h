@@ -14,11 +14,13 @@
 
 namespace ferrox {
 
+/// From the most talkative to the gravest.
 enum class LogLevel { Verbose, Debug, Warn, Error };
 
 /// "VERBOSE", "DEBUG", "WARN" or "ERROR".
 FRX_EXPORT std::string_view toString(LogLevel level);
 
+/// One line of the log as a sink gets it. `function` and `file` live as long as the program.
 struct LogEntry {
   LogLevel level = LogLevel::Verbose;
   const char* function = "";

@@ -17,12 +17,16 @@ namespace ferrox {
 
 class DNSSD;
 
+/// Errors of look-ups.
 inline constexpr const char* HostNameResolverErrorDomain = "com.ferrox.resolver.ErrorDomain";
 /// What was given cannot be a host name.
 inline constexpr int HostNameResolverErrorUnusableName = 1;
+/// No host has that name, or it has no address.
 inline constexpr int HostNameResolverErrorNotFound = 2;
+/// Nobody answered in time.
 inline constexpr int HostNameResolverErrorTimedOut = 3;
 
+/// Finds the addresses of a host: names under .local by multicast, all others as the system does. Thread: any
 class FRX_EXPORT HostNameResolver {
  public:
   /// Addresses in the order in which they should be tried (RFC 8305 section 4: families alternate), or an

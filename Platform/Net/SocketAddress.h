@@ -12,8 +12,8 @@
 
 namespace ferrox {
 
-/// A value. An IPv4 address in IPv6 clothes (::ffff:10.0.0.7, as dual-stack sockets report it) is kept as the
-/// IPv4 address it is. A default one is no address: empty text, port 0. Thread: any
+/// A value. An IPv4 address in IPv6 clothes ("::ffff:10.0.0.7", as dual-stack sockets report it) is kept as
+/// the IPv4 address it is. A default one is no address: empty text, port 0. Thread: any
 class FRX_EXPORT SocketAddress {
  public:
   SocketAddress() = default;

@@ -17,6 +17,7 @@ class HostNameResolver;
 class RunLoop;
 class WebSocketClient;
 
+/// As in the WebSockets interface of browsers, with the same numbers.
 enum class WebSocketReadyState { Connecting = 0, Open = 1, Closing = 2, Closed = 3 };
 
 /// Where to connect and within which limits.
@@ -39,10 +40,13 @@ struct WebSocketClientRequest {
                              << 20;  ///< bytes not yet taken by the peer; beyond, the socket fails
 };
 
+/// Errors of opening a socket, and of reading from one.
 inline constexpr const char* WebSocketClientErrorDomain = "com.ferrox.websocket.ErrorDomain";
+/// The URL is no ws URL with a host.
 inline constexpr int WebSocketClientErrorBadURL = 1;
 /// The other side answered the handshake, but not with an upgrade to this protocol.
 inline constexpr int WebSocketClientErrorHandshake = 2;
+/// Nothing came of the handshake in time.
 inline constexpr int WebSocketClientErrorTimedOut = 3;
 /// The connection ended without a closing handshake before this side had asked for one.
 inline constexpr int WebSocketClientErrorConnectionLost = 4;

@@ -20,6 +20,7 @@ namespace ferrox {
 class BackgroundQueue;
 class HostNameResolver;
 
+/// What is asked for, and how long and how much the asker puts up with.
 struct HTTPClientRequest {
   std::string url;
   std::string method = "GET";
@@ -33,6 +34,7 @@ struct HTTPClientRequest {
   std::optional<std::uint64_t> likelyBodySize = std::nullopt;
 };
 
+/// An answer that came whole. `body` stays empty where the body was streamed.
 struct FRX_EXPORT HTTPClientResponse {
   int status = 0;
   /// In the order of arrival, names as sent. Of a redirect or an interim answer only the last answer's.
@@ -54,21 +56,27 @@ class FRX_EXPORT HTTPClientTask {
   virtual void resume() = 0;
 };
 
+/// Errors of requests that got no whole answer. An answer with status 404 is none.
 inline constexpr const char* HTTPClientErrorDomain = "com.ferrox.http.ErrorDomain";
 /// Codes of this domain; every other code is the transfer library's own.
 inline constexpr int HTTPClientErrorCancelled = -999;
+/// `HTTPClientRequest::inactivityTimeout` passed.
 inline constexpr int HTTPClientErrorTimedOut = -1001;
+/// The URL is no http URL, or carries credentials.
 inline constexpr int HTTPClientErrorBadURL = -1000;
+/// The collected body exceeds `HTTPClientRequest::maxBodySize`.
 inline constexpr int HTTPClientErrorBodyTooLarge = -1103;
 /// The answer's status lines and headers exceed `HTTPClientMaxHeaderSize`.
 inline constexpr int HTTPClientErrorHeaderTooLarge = -1104;
 /// A method or header that cannot be sent as it is, for example one with a line break.
 inline constexpr int HTTPClientErrorInvalidRequest = -1105;
 
+/// In bytes, all lines together.
 inline constexpr std::size_t HTTPClientMaxHeaderSize = std::size_t{64} << 10;
 /// Requests to one host and port beyond so many wait for their turn; their time-out starts with it.
 inline constexpr std::size_t HTTPClientMaxTransfersPerHost = 32;
 
+/// What a request tells of its way. All but `onCompletion` are called on the transfer thread.
 struct HTTPClientCallbacks {
   /// Status and headers, before any byte of the body. Returning false cancels. Optional.
   std::function<bool(const HTTPClientResponse&)> onResponse = nullptr;

@@ -11,6 +11,7 @@
 
 namespace ferrox {
 
+/// The host and port of a URL.
 struct HTTPClientTarget {
   /// A host name or an IP literal without brackets, an IPv6 one with its zone as "%zone".
   std::string host;

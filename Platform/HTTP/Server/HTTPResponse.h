@@ -15,6 +15,7 @@
 
 namespace ferrox {
 
+/// Names and values in the order in which they are sent; a name may stand there more than once.
 using HTTPHeaders = std::vector<std::pair<std::string, std::string>>;
 
 /// A stretch of an open file, sent from the page cache without passing through this process's memory.
