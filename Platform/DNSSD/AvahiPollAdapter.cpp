@@ -12,6 +12,8 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace asio = boost::asio;
 
@@ -36,8 +38,9 @@ struct WatchState {
 using Instant = std::chrono::steady_clock::time_point;
 
 // Avahi moves its one timeout with every event that it plans or drops, a dozen times for a packet, and
-// setting the system's timer each time cost more than everything else together. So a wait that is under way
-// is only replaced by an earlier one: when it ends too early, or for nothing, it is renewed or forgotten.
+// setting the system's timer each time cost more than everything else together. So the timer is set when
+// Avahi's callback returns, and a wait that is under way is only replaced by an earlier one: when it ends too
+// early, or for nothing, it is renewed or forgotten.
 struct TimeoutState {
   asio::steady_timer timer;
   AvahiTimeout* handle = nullptr;
@@ -48,6 +51,38 @@ struct TimeoutState {
   unsigned generation = 0;  // a wait that completed before it was replaced must not fire
   bool dead = false;
 };
+
+void wait(const std::shared_ptr<TimeoutState>& state);
+
+// As long as it stands, Avahi is at work, and will say more of its timeouts before it returns.
+class CallIntoAvahi {
+ public:
+  CallIntoAvahi() { ++depth; }
+  ~CallIntoAvahi() {
+    if (--depth != 0) return;
+    for (const auto& state : std::exchange(moved, {})) setTimer(state);
+  }
+  CallIntoAvahi(const CallIntoAvahi&) = delete;
+  CallIntoAvahi& operator=(const CallIntoAvahi&) = delete;
+
+  static void didMove(const std::shared_ptr<TimeoutState>& state) {
+    if (depth == 0) return setTimer(state);
+    if (moved.empty() || moved.back() != state) moved.push_back(state);
+  }
+
+ private:
+  static void setTimer(const std::shared_ptr<TimeoutState>& state) {
+    if (state->dead || !state->due) return;
+    if (!state->waitsUntil || *state->due < *state->waitsUntil) wait(state);
+  }
+
+  // A stack's callbacks all come on the thread of its own.
+  static thread_local int depth;
+  static thread_local std::vector<std::shared_ptr<TimeoutState>> moved;
+};
+
+thread_local int CallIntoAvahi::depth = 0;
+thread_local std::vector<std::shared_ptr<TimeoutState>> CallIntoAvahi::moved;
 
 void arm(const std::shared_ptr<WatchState>& state);
 
@@ -63,6 +98,7 @@ void dispatch(const std::shared_ptr<WatchState>& state) {
   if (state->dead) return;
   state->happened = currentEvents(*state);
   if (state->happened != 0) {
+    const CallIntoAvahi call;
     state->callback(state->handle, state->fd, static_cast<AvahiWatchEvent>(state->happened), state->userdata);
   }
   if (state->dead) return;
@@ -107,6 +143,7 @@ void wait(const std::shared_ptr<TimeoutState>& state) {
     if (!state->due) return;
     if (*state->due > std::chrono::steady_clock::now()) return wait(state);
     state->due.reset();
+    const CallIntoAvahi call;
     state->callback(state->handle, state->userdata);
   });
 }
@@ -115,7 +152,7 @@ void schedule(const std::shared_ptr<TimeoutState>& state, const timeval* when) {
   state->due.reset();
   if (when == nullptr) return;
   state->due = std::chrono::steady_clock::now() + untilTime(*when);
-  if (!state->waitsUntil || *state->due < *state->waitsUntil) wait(state);
+  CallIntoAvahi::didMove(state);
 }
 
 }  // namespace
