@@ -267,5 +267,56 @@ TEST_F(AvahiPollAdapterTest, PostponingATimeoutLeavesTheSystemsTimerAlone) {
   poll()->timeout_free(made);
 }
 
+TEST_F(AvahiPollAdapterTest, EventsThatFollowCloselyAreRunTogetherAndNoneTooEarly) {
+  constexpr int events = 50;
+  std::vector<timeval> planned;
+  for (int event = 0; event < events; ++event) {
+    planned.push_back(fromNow(20ms));
+    planned.back().tv_usec += event * 200;
+    if (planned.back().tv_usec >= 1000000) {
+      planned.back().tv_usec -= 1000000;
+      ++planned.back().tv_sec;
+    }
+  }
+  int early = 0;
+  std::size_t run = 0;
+  AvahiTimeout* made = timeout(planned.data(), [&](AvahiTimeout* self) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    // Planned by the calendar's clock and run by the other: what lies between the two readings is no event's.
+    if (std::chrono::seconds(planned[run].tv_sec - now.tv_sec) +
+            std::chrono::microseconds(planned[run].tv_usec - now.tv_usec) >
+        1ms) {
+      ++early;
+    }
+    if (++run < planned.size()) poll()->timeout_update(self, &planned[run]);
+  });
+  const int before = systemTimerSettings;
+  runFor(200ms);
+  EXPECT_EQ(run, planned.size());
+  EXPECT_EQ(early, 0);
+  EXPECT_LE(systemTimerSettings - before, 12);
+  poll()->timeout_free(made);
+}
+
+TEST_F(AvahiPollAdapterTest, ATimeoutThatIsAlwaysDueLeavesOthersTheirTurn) {
+  int calls = 0;
+  int callsBeforeTheWatch = 0;
+  AvahiWatch* watched = watch(AVAHI_WATCH_IN, [&](AvahiWatch* self, AvahiWatchEvent) {
+    callsBeforeTheWatch = calls;
+    poll()->watch_update(self, AvahiWatchEvent{});
+  });
+  const timeval past = fromNow(-1h);
+  AvahiTimeout* made = timeout(&past, [&](AvahiTimeout* self) {
+    if (++calls == 10) send("a");
+    if (calls < 100'000) poll()->timeout_update(self, &past);
+  });
+  runFor(2s);
+  EXPECT_GE(callsBeforeTheWatch, 10);
+  EXPECT_LT(callsBeforeTheWatch, 10'000);
+  poll()->timeout_free(made);
+  poll()->watch_free(watched);
+}
+
 }  // namespace
 }  // namespace ferrox::dnssd
