@@ -37,6 +37,7 @@ class Reader {
 
   bool failed() const { return failed_; }
   bool atEnd() const { return offset_ == data_.size(); }
+  bool isWhere(const Reader& other) const { return offset_ == other.offset_; }
 
   std::uint8_t byte() {
     if (failed_ || offset_ >= data_.size()) return fail();
@@ -129,6 +130,24 @@ bool putRecord(std::string& out, const DNSRecord& record) {
   return true;
 }
 
+// The data at which `reader` stands with its name written out (RFC 6762 section 18.14 has it compressed); as
+// it stands there when that is no name.
+std::string readDataWithName(Reader& reader, std::size_t size, std::size_t bytesBeforeName) {
+  Reader inside = reader;
+  const std::string asSent = reader.bytes(size);
+  std::string data = inside.bytes(bytesBeforeName);
+  const DNSName name = inside.name();
+  const bool wellFormed = !inside.failed() && !reader.failed() && inside.isWhere(reader);
+  return wellFormed && putName(data, name) ? data : asSent;
+}
+
+std::string readData(Reader& reader, std::uint16_t type, std::size_t size) {
+  constexpr std::size_t bytesBeforeTarget = 6;  // priority, weight and port (RFC 2782)
+  if (type == recordTypePTR) return readDataWithName(reader, size, 0);
+  if (type == recordTypeSRV) return readDataWithName(reader, size, bytesBeforeTarget);
+  return reader.bytes(size);
+}
+
 DNSRecord readRecord(Reader& reader) {
   DNSRecord record;
   record.name = reader.name();
@@ -136,7 +155,7 @@ DNSRecord readRecord(Reader& reader) {
   record.recordClass = reader.number16();
   record.timeToLive = reader.number32();
   const std::size_t size = reader.number16();
-  record.rdata = reader.bytes(size);
+  record.rdata = readData(reader, record.type, size);
   return record;
 }
 

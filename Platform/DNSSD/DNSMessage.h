@@ -41,7 +41,7 @@ struct DNSRecord {
   std::uint16_t type = 0;
   std::uint16_t recordClass = recordClassIN;
   std::uint32_t timeToLive = 0;
-  /// As it stands in the packet; names inside may be compressed.
+  /// As it stands in the packet, but the name in a PTR or SRV record is written without compression.
   std::string rdata;
 };
 

@@ -54,6 +54,34 @@ TEST(DNSMessage, CompressedNamesAreExpanded) {
   EXPECT_EQ(message->records[1].name, (DNSName{"x", "local"}));
 }
 
+// A record named "abc.local" with that type and data; the name stands at 0x0C, "local" at 0x10.
+std::string recordWithData(char type, const std::string& data) {
+  return header(1) + "\3abc\5local\0"s + "\0"s + type + "\0\1\0\0\0\x78\0"s + static_cast<char>(data.size()) +
+         data;
+}
+
+TEST(DNSMessage, NamesInPointersAndLocationsAreWrittenOut) {
+  const auto pointer = readDNSMessage(recordWithData(12, "\1x\xC0\x10"s));
+  ASSERT_TRUE(pointer);
+  EXPECT_EQ(readPTRData(pointer->records.at(0).rdata), (DNSName{"x", "local"}));
+  const auto location = readDNSMessage(recordWithData(33, "\0\0\0\0\x41\x0E\xC0\x0C"s));
+  ASSERT_TRUE(location);
+  const auto data = readSRVData(location->records.at(0).rdata);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(data->port, 16654);
+  EXPECT_EQ(data->target, (DNSName{"abc", "local"}));
+}
+
+TEST(DNSMessage, DataThatOnlyBeginsLikeANameStaysAsItIs) {
+  for (const std::string& data : {"\1x\0y"s, "\1"s, "\xC0"s, "\xC0\xFF"s, ""s, "\5loc"s}) {
+    const auto message = readDNSMessage(recordWithData(12, data));
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->records.at(0).rdata, data);
+  }
+  EXPECT_EQ(readDNSMessage(recordWithData(33, "\0\0\0\0\x41"s))->records.at(0).rdata, "\0\0\0\0\x41"s);
+  EXPECT_EQ(readDNSMessage(recordWithData(16, "\xC0\x0C"s))->records.at(0).rdata, "\xC0\x0C"s);
+}
+
 TEST(DNSMessage, PointersThatLoopOrPointAheadAreRefused) {
   EXPECT_FALSE(readDNSMessage(header(1) + "\xC0\x0C"s + emptyRecordEnd));
   EXPECT_FALSE(readDNSMessage(header(1) + "\xC0\x0E\3abc\0"s + emptyRecordEnd));
