@@ -179,7 +179,7 @@ class Doctor(unittest.TestCase):
         report = json.loads(done.stdout)
         self.assertEqual((report["event"], report["ok"]), ("doctor", False))
         checks = {finding["check"] for finding in report["findings"]}
-        self.assertEqual(checks, {"identity", "interfaces", "responders", "multicast", "port", "peers"})
+        self.assertEqual(checks, {"identity", "interfaces", "responders", "multicast", "announcements", "port", "peers"})
 
     def test_a_healthy_loopback_exits_0(self):
         done = run("doctor", "--interface", "lo", "--port", "0")

@@ -8,6 +8,9 @@
 #include "Apps/ferrox/Commands/Report.h"
 #include "Apps/ferrox/Commands/Subcommand.h"
 #include "Apps/ferrox/Doctor/Checks.h"
+#include "Apps/ferrox/Doctor/NetworkSurvey.h"
+#include "Apps/ferrox/Doctor/PeerPlaces.h"
+#include "Apps/ferrox/Doctor/ThisMachine.h"
 #include "Apps/ferrox/Node/NodeOptions.h"
 #include "Platform/DNSSD/InterfacePolicy.h"
 
@@ -22,8 +25,9 @@ class DoctorCommand final : public Subcommand {
     CommandLine& line = parent.subcommand("doctor", "says in plain words what would keep peers from meeting");
     declareNodeOptions(line, options_, FRXDefaultPort);
     line.footer(
-        "Give it the options that the node is given. Exit status 1 when something would keep peers from\n"
-        "meeting. It announces nothing and changes nothing.\n\n"
+        "Give it the options that the node is given. It listens for nodes for two seconds, then tries every\n"
+        "address that is announced or named with --peer: nine seconds in all at most. It announces nothing\n"
+        "and changes nothing. Exit status 1 when something would keep peers from meeting.\n\n"
         "Example:\n  ferrox doctor --peer 192.168.7.20 --peer edit-suite-3.local:16700");
     return line;
   }
@@ -56,12 +60,21 @@ class DoctorCommand final : public Subcommand {
     report.add(examineInterfaces(configuration, present));
     // Before the multicast check, whose own sockets would be found.
     report.add(examineResponders());
-    if (options_.discovery != DNSSDConfiguration::BackEnd::Off) {
-      const auto used = dnssd::InterfacePolicy(configuration).select(present).inUse;
-      report.add(examineMulticast(used, multicastWait));
+    const std::set<std::string> own = addressesOfThisMachine();
+    const bool discovers = options_.discovery != DNSSDConfiguration::BackEnd::Off;
+    NetworkSurvey survey(discovers ? dnssd::InterfacePolicy(configuration).select(present).inUse
+                                   : std::vector<dnssd::NetworkInterface>());
+    if (discovers) {
+      for (const FRXPeerAddress& peer : options_.peers) survey.want(peer.host());
+      survey.run(multicastWait);
+      report.add(examineMulticast(survey));
+      report.add(examineAnnouncements(survey.announcements(), own));
     }
     report.add(examinePort(options_.port));
-    if (!options_.peers.empty()) report.add(examinePeers(options_.peers));
+    const PeerPlaces places = placesToTry(options_.peers, survey.announcements(), own);
+    if (!places.places.empty()) {
+      report.add(examinePeers(places, discovers ? &survey.announcements() : nullptr));
+    }
     problem_ = report.foundProblem();
     return report;
   }

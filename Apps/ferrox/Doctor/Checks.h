@@ -1,24 +1,32 @@
 // The examinations that `doctor` makes. Each takes its time on the calling thread and changes nothing.
 #pragma once
 
-#include <chrono>
+#include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "Apps/ferrox/Doctor/DoctorReport.h"
-#include "Apps/ferrox/Node/NodeOptions.h"
+#include "Platform/DNSSD/DNSSD.h"
 #include "Platform/DNSSD/NetworkInterface.h"
 
 namespace ferrox::command {
+
+class Announcements;
+class NetworkSurvey;
+struct PeerPlaces;
 
 /// Which interfaces there are, and which discovery uses, and why or why not.
 Examination examineInterfaces(const DNSSDConfiguration& configuration,
                               const std::vector<dnssd::NetworkInterface>& present);
 
-/// Sends a question by multicast on each used interface, and tells whether it went out, came back to this
-/// machine, and was answered by others.
-Examination examineMulticast(const std::vector<dnssd::NetworkInterface>& used,
-                             std::chrono::milliseconds wait);
+/// Whether the survey's questions went out on each used interface, came back to this machine, and were
+/// answered by others.
+Examination examineMulticast(const NetworkSurvey& survey);
+
+/// Which nodes are announced, and whether peers can make something of it.
+Examination examineAnnouncements(const Announcements& announcements,
+                                 const std::set<std::string>& ownAddresses);
 
 /// Which other programs of this machine speak multicast DNS.
 Examination examineResponders();
@@ -29,7 +37,9 @@ Examination examinePort(std::uint16_t port);
 /// Whether what a node announces about itself fits one packet, and identity is known.
 Examination examineRecord();
 
-/// Whether each peer that was named answers, by TCP and by HTTP.
-Examination examinePeers(const std::vector<FRXPeerAddress>& peers);
+/// Whether each address answers by TCP, HTTP and WebSocket, all at the same time; within
+/// `AddressTrial::longest`. `announcements` is what multicast told; nothing when it was not asked.
+/// Thread: main
+Examination examinePeers(const PeerPlaces& peers, const Announcements* announcements);
 
 }  // namespace ferrox::command

@@ -33,27 +33,25 @@ std::string_view toString(Verdict verdict) {
   return "";
 }
 
-bool DoctorReport::foundProblem() const {
+std::vector<const Finding*> DoctorReport::problems() const {
+  std::vector<const Finding*> out;
   for (const Examination& examination : examinations_) {
     for (const Finding& finding : examination.findings) {
-      if (finding.verdict == Verdict::Bad) return true;
+      if (finding.verdict == Verdict::Bad) out.push_back(&finding);
     }
   }
-  return false;
+  return out;
 }
 
+bool DoctorReport::foundProblem() const { return !problems().empty(); }
+
 std::string DoctorReport::conclusion() const {
-  std::size_t problems = 0;
-  const Finding* first = nullptr;
-  for (const Examination& examination : examinations_) {
-    for (const Finding& finding : examination.findings) {
-      if (finding.verdict != Verdict::Bad) continue;
-      if (problems++ == 0) first = &finding;
-    }
-  }
-  if (problems == 0) return "Nothing was found that would keep peers from meeting.";
-  if (problems == 1) return "Peers may not meet: " + first->text + ".";
-  return fmt::format("Peers may not meet, for {} reasons; first of all: {}.", problems, first->text);
+  const std::vector<const Finding*> all = problems();
+  if (all.empty()) return "Nothing was found that would keep peers from meeting.";
+  const Finding& first = *all.front();
+  const std::string toDo = first.advice.empty() ? "" : " What to do: " + first.advice + ".";
+  if (all.size() == 1) return "Peers may not meet: " + first.text + "." + toDo;
+  return fmt::format("Peers may not meet, for {} reasons; first of all: {}.{}", all.size(), first.text, toDo);
 }
 
 std::string DoctorReport::text(const Style& style) const {
@@ -62,6 +60,7 @@ std::string DoctorReport::text(const Style& style) const {
     out += "\n  " + style(Tone::Strong, escapedForTerminal(examination.title)) + "\n";
     for (const Finding& finding : examination.findings) {
       out += "  " + mark(finding.verdict, style) + "  " + escapedForTerminal(finding.text) + "\n";
+      if (!finding.advice.empty()) out += "     → " + escapedForTerminal(finding.advice) + "\n";
     }
   }
   return out + "\n  " + style(foundProblem() ? Tone::Bad : Tone::Good, escapedForTerminal(conclusion())) +
@@ -76,6 +75,7 @@ FRXDictionary DoctorReport::members() const {
       members["check"] = examination.check;
       members["verdict"] = toString(finding.verdict);
       members["text"] = finding.text;
+      if (!finding.advice.empty()) members["advice"] = finding.advice;
       findings.emplace_back(std::move(members));
     }
   }

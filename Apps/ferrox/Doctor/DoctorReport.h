@@ -25,6 +25,8 @@ struct Finding {
   /// Raw text; escaped where it is shown.
   std::string text;
   FRXDictionary facts;
+  /// What to do about it, such as "start the node there"; likewise raw, and empty for nothing.
+  std::string advice = {};
 };
 
 /// One examination: what was looked at, and what was found.
@@ -41,13 +43,15 @@ class DoctorReport {
   void add(Examination examination) { examinations_.push_back(std::move(examination)); }
 
   bool foundProblem() const;
-  /// One sentence about all of it.
+  /// About all of it: whether peers meet, why not, and what to do first.
   std::string conclusion() const;
   std::string text(const Style& style) const;
   /// The members of a "doctor" event.
   FRXDictionary members() const;
 
  private:
+  std::vector<const Finding*> problems() const;
+
   std::vector<Examination> examinations_;
 };
 

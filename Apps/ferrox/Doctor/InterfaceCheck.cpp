@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "Apps/ferrox/Doctor/Checks.h"
 #include "Platform/DNSSD/InterfacePolicy.h"
 
@@ -10,6 +12,19 @@ std::string families(const dnssd::NetworkInterface& interface) {
   if (interface.hasIPv4 && interface.hasIPv6) return "IPv4 and IPv6";
   if (interface.hasIPv4) return "IPv4";
   return interface.hasIPv6 ? "IPv6" : "no address";
+}
+
+bool isListed(const dnssd::NetworkInterface& interface, const std::vector<std::string>& patterns) {
+  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+    return dnssd::matchesInterfacePattern(interface.name, pattern);
+  });
+}
+
+std::string reasonFor(const dnssd::NetworkInterface& interface, const DNSSDConfiguration& configuration) {
+  if (isListed(interface, configuration.allowedInterfaces)) return "named with --interface";
+  if (interface.loopback) return "no other is up";
+  return isListed(interface, configuration.deniedInterfaces) ? "virtual, but with the default route"
+                                                             : "up and able to carry multicast";
 }
 
 std::string reasonAgainst(const dnssd::NetworkInterface& interface, const DNSSDConfiguration& configuration,
@@ -24,6 +39,41 @@ std::string reasonAgainst(const dnssd::NetworkInterface& interface, const DNSSDC
                                                  : "not among those named with --interface";
 }
 
+FRXDictionary factsOf(const dnssd::NetworkInterface& interface, bool used, const std::string& reason) {
+  return {{"interface", interface.name},
+          {"used", used},
+          {"reason", reason},
+          {"up", interface.up},
+          {"multicast", interface.multicast},
+          {"hasIPv4", interface.hasIPv4},
+          {"hasIPv6", interface.hasIPv6},
+          {"defaultRoute", interface.hasDefaultRoute}};
+}
+
+Finding findingOfUsed(const dnssd::NetworkInterface& interface, const std::string& reason) {
+  return {Verdict::Good, fmt::format("{} is used: {}; {}", interface.name, reason, families(interface)),
+          factsOf(interface, true, reason)};
+}
+
+Finding findingOfUnused(const dnssd::NetworkInterface& interface, const std::string& reason) {
+  return {Verdict::Note, fmt::format("{} is not used: {}", interface.name, reason),
+          factsOf(interface, false, reason)};
+}
+
+void addMissing(const DNSSDConfiguration& configuration, const std::vector<dnssd::NetworkInterface>& present,
+                Examination& out) {
+  for (const std::string& wanted : configuration.allowedInterfaces) {
+    const bool exists = std::any_of(present.begin(), present.end(), [&](const auto& interface) {
+      return dnssd::matchesInterfacePattern(interface.name, wanted);
+    });
+    if (exists) continue;
+    out.findings.push_back({Verdict::Bad,
+                            fmt::format("there is no interface {}", wanted),
+                            {{"interface", wanted}},
+                            "name one of those above with --interface, or none at all"});
+  }
+}
+
 }  // namespace
 
 Examination examineInterfaces(const DNSSDConfiguration& configuration,
@@ -34,23 +84,16 @@ Examination examineInterfaces(const DNSSDConfiguration& configuration,
   for (const dnssd::NetworkInterface& interface : present) {
     const bool used = selection.uses(interface.index);
     reachesOthers = reachesOthers || (used && !interface.loopback);
-    const std::string reason =
-        used ? families(interface) : reasonAgainst(interface, configuration, selection);
-    out.findings.push_back({used ? Verdict::Good : Verdict::Note,
-                            fmt::format("{} is {}: {}", interface.name, used ? "used" : "not used", reason),
-                            {{"interface", interface.name}, {"used", used}, {"reason", reason}}});
-  }
-  for (const std::string& wanted : configuration.allowedInterfaces) {
-    bool exists = false;
-    for (const auto& interface : present) {
-      exists = exists || dnssd::matchesInterfacePattern(interface.name, wanted);
-    }
-    if (exists) continue;
     out.findings.push_back(
-        {Verdict::Bad, fmt::format("there is no interface {}", wanted), {{"interface", wanted}}});
+        used ? findingOfUsed(interface, reasonFor(interface, configuration))
+             : findingOfUnused(interface, reasonAgainst(interface, configuration, selection)));
   }
+  addMissing(configuration, present, out);
   if (selection.inUse.empty()) {
-    out.findings.push_back({Verdict::Bad, "no interface is left that discovery could use", {}});
+    out.findings.push_back({Verdict::Bad,
+                            "no interface is left that discovery could use",
+                            {},
+                            "connect this machine to a network, or allow an interface with --interface"});
   } else if (!reachesOthers) {
     out.findings.push_back(
         {Verdict::Note, "only loopback is used: nodes of this machine meet, no others", {}});

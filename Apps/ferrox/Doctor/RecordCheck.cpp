@@ -29,7 +29,8 @@ Examination examineRecord() {
                             fmt::format("this device is {}, shown as \"{}\"", *uuid, name),
                             {{"deviceId", *uuid}, {"computerName", name}}});
   } else {
-    out.findings.push_back({Verdict::Bad, "this machine has no identity; give one with --device-uuid", {}});
+    out.findings.push_back(
+        {Verdict::Bad, "this machine has no identity", {}, "give it one with --device-uuid"});
   }
   const auto record = encodeTXTRecord(announcedEntries());
   if (record) {
@@ -39,8 +40,9 @@ Examination examineRecord() {
          {{"bytes", record->size()}, {"limit", maxTXTRecordSize}}});
   } else {
     out.findings.push_back({Verdict::Bad,
-                            "the TXT record does not fit; give a shorter --computer-name",
-                            {{"limit", maxTXTRecordSize}}});
+                            "the TXT record does not fit into one packet",
+                            {{"limit", maxTXTRecordSize}},
+                            "give a shorter --computer-name"});
   }
   return out;
 }

@@ -45,28 +45,33 @@ std::optional<OfferCounts> countsFrom(const std::optional<FRXError>& failure,
   return OfferCounts{countOf(*document, "streaming"), countOf(*document, "projectsharing")};
 }
 
-HTTPClientRequest request(std::string url) {
+/// As much as a node reads of a record.
+constexpr std::size_t maxRecordBody = std::size_t{64} << 10;
+constexpr std::size_t maxOffersBody = std::size_t{1} << 20;
+
+HTTPClientRequest request(std::string url, std::size_t maxBodySize) {
   HTTPClientRequest out;
   out.url = std::move(url);
   out.headers = {{"Accept", "application/json"}};
   out.inactivityTimeout = std::chrono::seconds(10);
-  out.maxBodySize = std::size_t{1} << 20;
+  out.maxBodySize = maxBodySize;
   return out;
 }
 
 }  // namespace
 
-void fetchService(HTTPClient& client, const FRXPeerAddress& address,
-                  std::function<void(FetchedService)> completion) {
+std::shared_ptr<HTTPClientTask> fetchService(HTTPClient& client, const FRXPeerAddress& address,
+                                             std::function<void(FetchedService)> completion) {
   HTTPClientCallbacks callbacks;
   callbacks.onCompletion = [completion = std::move(completion), begun = std::chrono::steady_clock::now()](
                                const std::optional<FRXError>& failure, const HTTPClientResponse& response) {
     FetchedService fetched = serviceFrom(failure, response);
     fetched.elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun);
+    if (const std::string* const date = response.header("Date")) fetched.date = *date;
     completion(std::move(fetched));
   };
-  client.send(request(address.url("/service")), std::move(callbacks));
+  return client.send(request(address.url("/service"), maxRecordBody), std::move(callbacks));
 }
 
 void fetchOfferCounts(HTTPClient& client, const FRXNetService& service,
@@ -79,7 +84,7 @@ void fetchOfferCounts(HTTPClient& client, const FRXNetService& service,
     completion(countsFrom(failure, response));
   };
   if (!address) return callbacks.onCompletion(fetchError("unusable host name"), {});
-  client.send(request(address->url("/capabilities")), std::move(callbacks));
+  client.send(request(address->url("/capabilities"), maxOffersBody), std::move(callbacks));
 }
 
 }  // namespace ferrox::command

@@ -14,6 +14,7 @@
 namespace ferrox {
 class FRXNetService;
 class HTTPClient;
+class HTTPClientTask;
 }  // namespace ferrox
 
 namespace ferrox::command {
@@ -25,12 +26,14 @@ struct FetchedService {
   std::shared_ptr<FRXNetService> service;
   std::optional<FRXError> error;
   std::chrono::milliseconds elapsed{0};
+  /// The answer's Date as it was sent, whether or not there is a record.
+  std::optional<std::string> date = std::nullopt;
 };
 
-/// GET /service at the address; at most 10 s without progress. `completion` is called once, on a callback
-/// thread of the client. Thread: any
-void fetchService(HTTPClient& client, const FRXPeerAddress& address,
-                  std::function<void(FetchedService)> completion);
+/// GET /service at the address; at most 10 s without progress, and no record of more than 64 KiB.
+/// `completion` is called once, on a callback thread of the client. Thread: any
+std::shared_ptr<HTTPClientTask> fetchService(HTTPClient& client, const FRXPeerAddress& address,
+                                             std::function<void(FetchedService)> completion);
 
 struct OfferCounts {
   std::size_t streams = 0;
