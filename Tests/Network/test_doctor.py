@@ -143,6 +143,20 @@ class Healthy(DoctorCase):
                      "its clock agrees with this machine's within"):
             self.assertIn(text, done.stdout)
 
+    def test_a_node_of_this_machine_is_known_for_one(self):
+        node = Node(self.here, index=1)
+        node.wait_started()
+        node.wait_published()
+        report = self.doctor("--peer", "10.77.0.1")
+        self.assertTrue(report["ok"], report)
+        port = self.the(report, check="port")
+        self.assertEqual((port["free"], port["verdict"]), (False, "note"))
+        self.assertRegex(" ".join(port["programs"]), r"^ferrox \(\d+\)$")
+        programs = [finding.get("program", "") for finding in self.of(report, check="responders")]
+        self.assertIn("ferrox (", " ".join(programs))
+        self.assertTrue(self.the(report, check="announcements")["onThisMachine"])
+        self.assertTrue(self.the(report, method="websocket", address=f"10.77.0.1:{PORT}")["heartbeatAnswered"])
+
     def test_a_machine_with_the_same_identity_is_a_problem(self):
         self.node_there(index=1)
         report = self.doctor()

@@ -36,6 +36,27 @@ std::string adviceWhenNotSent(int problem, const std::string& interface) {
   return fmt::format("look at address and routes of {}, or name another one with --interface", interface);
 }
 
+Finding findingWithoutAnswers(const MulticastProbe& probe) {
+  if (probe.interface().loopback) {
+    return {Verdict::Good, placeOf(probe) + ": sent and heard here; loopback reaches this machine only",
+            factsOf(probe)};
+  }
+  if (!probe.heard().empty()) {
+    return {Verdict::Note, placeOf(probe) + ": other hosts are heard, but none of them answered",
+            factsOf(probe),
+            fmt::format("what {} sends may get lost: look at IGMP snooping on the switch and at multicast "
+                        "options of the access point",
+                        probe.interface().name)};
+  }
+  return {Verdict::Note,
+          placeOf(probe) +
+              ": sent and heard here; no other host answered: none is there, or the network keeps "
+              "multicast back",
+          factsOf(probe),
+          "if another machine is on this network: look for a firewall there, client isolation of the access "
+          "point and IGMP snooping on the switch; --peer needs no multicast"};
+}
+
 Finding findingOf(const MulticastProbe& probe) {
   const std::string place = placeOf(probe);
   const std::string& interface = probe.interface().name;
@@ -57,23 +78,7 @@ Finding findingOf(const MulticastProbe& probe) {
                         probe.tellingOfNodes().size()),
             factsOf(probe)};
   }
-  if (probe.interface().loopback) {
-    return {Verdict::Good, place + ": sent and heard here; loopback reaches this machine only",
-            factsOf(probe)};
-  }
-  if (!probe.heard().empty()) {
-    return {Verdict::Note, place + ": other hosts are heard, but none of them answered", factsOf(probe),
-            fmt::format("what {} sends may get lost: look at IGMP snooping on the switch and at multicast "
-                        "options of the access point",
-                        interface)};
-  }
-  return {Verdict::Note,
-          place +
-              ": sent and heard here; no other host answered: none is there, or the network keeps "
-              "multicast back",
-          factsOf(probe),
-          "if another machine is on this network: look for a firewall there, client isolation of the access "
-          "point and IGMP snooping on the switch; --peer needs no multicast"};
+  return findingWithoutAnswers(probe);
 }
 
 // One address family is enough to meet on an interface.

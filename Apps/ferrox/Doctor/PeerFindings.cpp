@@ -12,6 +12,7 @@
 #include "Apps/ferrox/Doctor/ThisMachine.h"
 #include "Apps/ferrox/Node/Peer.h"
 #include "Classes/Discovery/FRXNetService.h"
+#include "Platform/Host/Text.h"
 
 namespace ferrox::command {
 namespace {
@@ -93,7 +94,9 @@ Finding findingOfSocket(const PeerPlace& place, const AddressTrial& trial) {
             fmt::format("{} opens no WebSocket: {} ({})", displayName(place), problemOf(opening),
                         timeOf(opening)),
             std::move(facts),
-            "no notification can pass: a proxy or another program may answer in the node's place"};
+            trial.http().succeeded()
+                ? "no notification can pass: a proxy or another program may answer in the node's place"
+                : ""};
   }
   facts["heartbeatAnswered"] = heartbeat.succeeded();
   if (!heartbeat.succeeded()) {
@@ -127,7 +130,7 @@ bool wasHeard(const Announcements& announcements, const FRXNetService& service) 
   const std::string name = service.name().value_or("");
   const std::vector<AnnouncedNode> nodes = announcements.nodes();
   return std::any_of(nodes.begin(), nodes.end(), [&](const AnnouncedNode& node) {
-    return dnssd::sameDNSName({node.serviceName}, {name});
+    return text::equalsIgnoringCase(node.serviceName, name);
   });
 }
 
