@@ -6,10 +6,15 @@
     scripted_peer.py huge PORT             answers with a body of 100 MB
     scripted_peer.py record PORT SECONDS   answers "/service", by a clock so many seconds ahead; refuses WebSockets
 
-Says {"event": "listening"} once it does, and {"event": "request", "path": ...} for each request that it answers.
+    scripted_peer.py mute PORT             likewise by the right clock; opens WebSockets, and says nothing on them
+
+Says {"event": "listening"} once it does, and {"event": "request", "path": ...} for each request that it answers,
+{"event": "frame", "opcode": ..., "data": ...} for each that arrives on a WebSocket.
 """
 
+import base64
 import email.utils
+import hashlib
 import json
 import socket
 import sys
@@ -30,7 +35,7 @@ def request_of(connection):
         if not piece:
             return None
         text += piece
-    return text.split(b" ")[1].decode()
+    return text.decode()
 
 
 def answer(connection, status, body, ahead):
@@ -38,14 +43,45 @@ def answer(connection, status, body, ahead):
     connection.sendall(f"HTTP/1.1 {status}\r\nDate: {date}\r\nContent-Length: {len(body)}\r\n\r\n{body}".encode())
 
 
+def exactly(connection, count):
+    data = b""
+    while len(data) < count:
+        piece = connection.recv(count - len(data))
+        if not piece:
+            raise OSError("closed")
+        data += piece
+    return data
+
+
+def hear_socket(connection, request):
+    """Answers the handshake, tells of each frame (they are short), and answers nothing but a close."""
+    key = next(line.split(": ")[1] for line in request.split("\r\n") if line.lower().startswith("sec-websocket-key"))
+    digest = hashlib.sha1((key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11").encode()).digest()
+    connection.sendall(b"HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                       b"Sec-WebSocket-Accept: " + base64.b64encode(digest) + b"\r\n\r\n")
+    opcode = None
+    while opcode != 8:
+        first, second = exactly(connection, 2)
+        opcode, length = first & 15, second & 127
+        if length == 126:
+            length = int.from_bytes(exactly(connection, 2), "big")
+        mask = exactly(connection, 4)
+        data = bytes(byte ^ mask[i % 4] for i, byte in enumerate(exactly(connection, length)))
+        say(event="frame", opcode=opcode, data=data.decode("latin-1"))
+    connection.sendall(bytes([0x88, len(data)]) + data)
+
+
 def serve(connection, mode, ahead):
     if mode == "silent":
         connection.recv(1)
         time.sleep(3600)
-    path = request_of(connection)
-    if path is None:
+    request = request_of(connection)
+    if request is None:
         return
-    if mode == "garbage":
+    path = request.split(" ")[1]
+    if mode == "mute" and path.startswith("/frxsocket"):
+        hear_socket(connection, request)
+    elif mode == "garbage":
         connection.sendall(b"\xff\x00\x1b[2J\x07 no HTTP at all\r\n\r\n")
     elif mode == "endless":
         connection.sendall(b"HTTP/1.1 200 OK\r\n")

@@ -265,6 +265,19 @@ class BadPeers(DoctorCase):
         self.assertGreaterEqual(clock["uncertaintyMilliseconds"], 500)
         self.assertRegex(clock["text"], r"is 3\d\.\d s ahead of this machine's \(give or take")
 
+    def test_one_that_opens_a_socket_and_says_nothing_on_it(self):
+        peer = self.scripted_there("mute")
+        report = self.doctor("--peer", "10.77.0.2")
+        self.assertTrue(report["ok"], report)
+        self.report = report
+        tried = self.tried(address=f"10.77.0.2:{PORT}")
+        self.assertEqual((tried["websocket"]["verdict"], tried["websocket"]["heartbeatAnswered"]), ("note", False))
+        self.assertEqual((tried["clock"]["by"], tried["clock"]["verdict"]), ("Date", "good"))
+        asked = peer.wait("a message", lambda event: event["event"] == "frame", 30)
+        self.assertEqual(json.loads(asked["data"])["type"], 1)
+        left = peer.wait("its leave", lambda event: event["event"] == "frame", 30)
+        self.assertEqual((left["opcode"], left["data"]), (8, "\x03\xe8"))  # close code 1000
+
     def test_text_from_the_network_does_not_reach_the_terminal_as_it_is(self):
         self.scripted_there("record", "0")
         foreign = ForeignPeer(self.there, "publish", "10.77.0.2", "F0F1-B/\u202eGREEN", "7777")
