@@ -72,8 +72,29 @@ TEST(LiveTable, UsesAWideTerminalWithoutCutting) {
 TEST(LiveTable, KeepsLatestEventsVisibleBelowManyPeers) {
   const auto lines = renderLiveView(makeView(100, 50), {80, 24}, Style(false));
   expectWithin(lines, {80, 24});
-  EXPECT_TRUE(contains(lines, "100 peers"));
+  EXPECT_TRUE(contains(lines, "16 of 100 peers"));
   EXPECT_TRUE(contains(lines, "event number 49"));
+}
+
+TEST(LiveTable, ShowsThoseWithoutAConnectionFirstWhereNotAllFit) {
+  LiveView view = makeView(60, 0);
+  for (Peer& peer : view.peers) peer.connectedSince = noon;
+  view.peers[40].state = PeerState::Unresponsive;
+  view.peers[59].connectedSince.reset();
+  const auto few = renderLiveView(view, {80, 24}, Style(false));
+  EXPECT_EQ(few[3].substr(0, 13), "EDIT SUITE 40");
+  EXPECT_EQ(few[4].substr(0, 13), "EDIT SUITE 59");
+  EXPECT_EQ(few[5].substr(0, 12), "EDIT SUITE 0");
+  const auto all = renderLiveView(view, {80, 80}, Style(false));
+  EXPECT_EQ(all[3].substr(0, 12), "EDIT SUITE 0");
+  EXPECT_TRUE(contains(all, "60 peers · Ctrl-C"));
+}
+
+TEST(LiveTable, SaysThatItLooksForPeersByAddressOnly) {
+  LiveView view = makeView(0, 0);
+  view.node.discovery = "off";
+  EXPECT_EQ(renderLiveView(view, {80, 24}, Style(false))[0],
+            "Machine Room  port 16654 · peers by address only");
 }
 
 TEST(LiveTable, FitsAnyScreen) {

@@ -53,6 +53,17 @@ TEST(PeerTable, NotesWhenAConnectionOpenedAndThatItEnded) {
   EXPECT_FALSE(table.find(id)->connectedSince);
 }
 
+TEST(PeerTable, SortsNamesAsPeopleCount) {
+  PeerTable table;
+  int port = 1;
+  for (const char* name : {"A-1/SUITE 10", "B-1/SUITE 9", "C-1/SUITE 1", "D-1/BOOTH"}) {
+    table.add(record(name, port++), early);
+  }
+  std::vector<std::string> names;
+  for (const Peer& peer : table.sorted()) names.push_back(displayName(*peer.service));
+  EXPECT_EQ(names, (std::vector<std::string>{"BOOTH", "SUITE 1", "SUITE 9", "SUITE 10"}));
+}
+
 TEST(PeerTable, ForgetsARemovedPeer) {
   PeerTable table;
   table.add(record("A-1/X"), early);

@@ -40,5 +40,16 @@ TEST(TerminalText, IsCutWithAnEllipsisAndPaddedToTheColumn) {
   EXPECT_EQ(fitted("編集室", 4), "編… ") << "half a wide character is never shown";
 }
 
+TEST(TerminalText, KeepsTheEndWhereMachinesDiffer) {
+  EXPECT_EQ(shortenedInside("EDIT SUITE ON THE FLOOR 12", 12), "EDIT SU…R 12");
+  EXPECT_EQ(shortenedInside("EDIT SUITE 1", 12), "EDIT SUITE 1");
+  EXPECT_EQ(shortenedInside("EDIT SUITE 1", 7), "EDIT S…") << "too narrow for both";
+  EXPECT_EQ(shortenedInside("abcdefghijke\u0301fg", 9), "abcde…e\u0301fg");
+  EXPECT_EQ(shortenedInside("abcdefghijklme\u0301g", 9).find("…\u0301"), std::string::npos);
+  for (std::size_t columns = 0; columns < 30; ++columns) {
+    EXPECT_LE(displayWidth(shortenedInside("メイン編集室メイン編集室 25", columns)), columns);
+  }
+}
+
 }  // namespace
 }  // namespace ferrox::command

@@ -20,6 +20,8 @@ std::string_view toString(PeerState state) {
   return "";
 }
 
+bool isConnected(const Peer& peer) { return peer.connectedSince && peer.state != PeerState::Unresponsive; }
+
 std::string displayName(const FRXNetService& service) { return displayName(service.name()); }
 
 std::string displayName(const std::optional<std::string>& serviceName) {

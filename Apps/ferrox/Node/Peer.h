@@ -33,6 +33,9 @@ struct Peer {
   std::optional<std::size_t> projects;
 };
 
+/// True while this node's connection to it is open and it answers.
+bool isConnected(const Peer& peer);
+
 /// The name that people gave the computer, from a published service name; "?" when there is none.
 std::string displayName(const FRXNetService& service);
 std::string displayName(const std::optional<std::string>& serviceName);

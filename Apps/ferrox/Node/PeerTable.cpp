@@ -1,5 +1,7 @@
 #include "Apps/ferrox/Node/PeerTable.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -51,10 +53,13 @@ std::optional<Peer> PeerTable::find(const std::string& serviceId) const {
 
 std::vector<Peer> PeerTable::sorted() const {
   std::vector<std::pair<std::string, Peer>> named;
-  for (const auto& [id, peer] : peers_) named.emplace_back(displayName(*peer.service) + '\0' + id, peer);
-  std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (const auto& [id, peer] : peers_) named.emplace_back(displayName(*peer.service), peer);
+  // As people count: "Suite 9" before "Suite 10". Those of one name stay in the order of their addresses.
+  std::stable_sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
+    return strverscmp(a.first.c_str(), b.first.c_str()) < 0;
+  });
   std::vector<Peer> out;
-  for (auto& [key, peer] : named) out.push_back(std::move(peer));
+  for (auto& [name, peer] : named) out.push_back(std::move(peer));
   return out;
 }
 

@@ -8,8 +8,6 @@
 namespace ferrox::command {
 namespace {
 
-bool isConnected(const Peer& peer) { return peer.connectedSince && peer.state != PeerState::Unresponsive; }
-
 Tone toneOf(PeerState state) {
   switch (state) {
     case PeerState::Found:

@@ -101,6 +101,18 @@ std::string shortened(std::string_view escaped, std::size_t columns) {
   return out + "…";
 }
 
+std::string shortenedInside(std::string_view escaped, std::size_t columns) {
+  constexpr std::size_t leastColumns = 8;
+  if (columns < leastColumns || displayWidth(escaped) <= columns) return shortened(escaped, columns);
+  const std::size_t kept = columns / 3;
+  std::string_view end = escaped;
+  // Marks that combine with what is left out would stand on the ellipsis.
+  while (displayWidth(end) > kept || (!end.empty() && widthOf(firstCodePoint(end)) == 0)) {
+    end.remove_prefix(firstCodePoint(end).length);
+  }
+  return shortened(escaped, columns - displayWidth(end)) + std::string(end);
+}
+
 std::string fitted(std::string_view escaped, std::size_t columns, Align align) {
   std::string text = shortened(escaped, columns);
   const std::string blanks(columns - displayWidth(text), ' ');

@@ -22,4 +22,8 @@ std::string fitted(std::string_view escaped, std::size_t columns, Align align = 
 /// The escaped text cut with an ellipsis where it is wider than `columns`.
 std::string shortened(std::string_view escaped, std::size_t columns);
 
+/// The same, but the ellipsis stands before the end, which stays: numbers tell machines apart, and ports
+/// addresses. Only where there is room for both.
+std::string shortenedInside(std::string_view escaped, std::size_t columns);
+
 }  // namespace ferrox::command

@@ -58,7 +58,7 @@ std::string TextTable::line(const std::vector<TableCell>& cells, const std::vect
   std::string blanks;
   for (std::size_t i = 0; i < widths.size(); ++i) {
     if (i > 0) blanks.append(gap, ' ');
-    const std::string text = shortened(cells[i].text, widths[i]);
+    const std::string text = shortenedInside(cells[i].text, widths[i]);
     const std::size_t rest = widths[i] - std::min(widths[i], displayWidth(text));
     if (columns_[i].align == Align::Right) blanks.append(rest, ' ');
     if (!text.empty()) {
