@@ -33,7 +33,7 @@ class Silence : public LogSink {
 
 class NoTransport : public WebSocketTransport {
  public:
-  void sendText(std::string) override {}
+  bool sendText(std::string) override { return true; }
   void close(std::uint16_t, std::string) override {}
   void setReading(bool) override {}
   std::string connectedHost() const override { return "127.0.0.1"; }

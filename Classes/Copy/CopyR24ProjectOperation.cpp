@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "Classes/Copy/CopyCounters.h"
 #include "Classes/Copy/CopyThreads.h"
 #include "Classes/Copy/DownloadErrors.h"
 #include "Classes/Copy/FRXDownloadOperation.h"
@@ -58,6 +59,12 @@ CopyR24ProjectOperationParts CopyR24ProjectOperationParts::usual() {
 }
 
 struct FRX_HIDDEN CopyR24ProjectOperation::State {
+  explicit State(std::shared_ptr<CopyCounters> given)
+      : counters(given ? std::move(given) : CopyCounters::shared()) {}
+
+  const std::shared_ptr<CopyCounters> counters;
+  /// By the host, before anything had failed.
+  std::atomic<bool> isGivenUp{false};
   OperationQueue queue{copyStepThreads()};
   ProjectStructureRequest request;
 
@@ -84,7 +91,7 @@ CopyR24ProjectOperation::CopyR24ProjectOperation(const CopyR24ProjectOperationBu
     : settings_(withoutDelegate(builder)),
       parts_(std::move(parts)),
       operationId_(text::randomUUID()),
-      state_(std::make_unique<State>()) {
+      state_(std::make_unique<State>(parts_.counters)) {
   builder.attachDelegate(delegate_);
 }
 
@@ -111,6 +118,7 @@ std::string CopyR24ProjectOperation::generateFileURL(const std::string& path) co
 void CopyR24ProjectOperation::start() {
   if (!isStartable()) return;
   updateIsExecuting(true);
+  state_->counters->started.add();
   if (auto error = unusableSetting()) {
     setError(std::move(error));
     copyThreads().post([me = self()] { me->complete(); });
@@ -120,6 +128,7 @@ void CopyR24ProjectOperation::start() {
 }
 
 void CopyR24ProjectOperation::cancel() {
+  if (!error()) state_->isGivenUp = true;
   FRXConcurrentOperation::cancel();
   state_->request.cancel();
   state_->queue.cancelAllOperations();
@@ -151,7 +160,7 @@ void CopyR24ProjectOperation::fetchStructure() {
                        [me = self()](ProjectStructureRequest::Result result) {
                          if (result.error) {
                            me->setError(std::move(result.error));
-                           return me->finish();
+                           return me->end();
                          }
                          copyThreads().post([me, reader = std::move(result.reader)] { me->run(*reader); });
                        });
@@ -166,7 +175,7 @@ void CopyR24ProjectOperation::run(ProjectStructureReader& reader) {
     } else {
       setError(reader.error());
       // What is no JSON counts as not having been had; a document that was refused is another matter.
-      if (reader.error()->domain == JsonErrorDomain) return finish();
+      if (reader.error()->domain == JsonErrorDomain) return end();
     }
   } catch (const std::exception& exception) {
     setError(copyError(std::string("the copy broke off: ") + exception.what()));
@@ -190,6 +199,13 @@ void CopyR24ProjectOperation::complete() {
   } catch (const std::exception& exception) {
     FRX_LOG_ERROR(std::string("A listener of a project copy failed: ") + exception.what());
   }
+  end();
+}
+
+void CopyR24ProjectOperation::end() {
+  CopyCounters& counters = *state_->counters;
+  (state_->isGivenUp ? counters.cancelled : error() ? counters.failed : counters.succeeded).add();
+  counters.ended.add();
   finish();
 }
 
@@ -331,7 +347,10 @@ FileTransferEvents CopyR24ProjectOperation::transferEvents(std::uint64_t& report
     }
   };
   events.didKeep = [this](std::uint64_t bytes) { addProgress(bytes, nullptr); };
-  events.didFinishFile = [this] { ++finishedFileCount_; };
+  events.didFinishFile = [this] {
+    ++finishedFileCount_;
+    state_->counters->files.add();
+  };
   return events;
 }
 
@@ -365,6 +384,7 @@ void CopyR24ProjectOperation::addProgress(std::uint64_t bytes, const FRXDownload
 
 void CopyR24ProjectOperation::downloadOperationDidSucceed(FRXDownloadOperation& operation,
                                                           std::uint64_t sizeInBytes) {
+  state_->counters->bytes.add(sizeInBytes);
   try {
     addProgress(sizeInBytes, &operation);
   } catch (const std::exception& exception) {

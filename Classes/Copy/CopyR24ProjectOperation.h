@@ -17,6 +17,7 @@
 
 namespace ferrox {
 
+struct CopyCounters;
 class ProjectStructureReader;
 struct FileTransferEvents;
 struct FileTransferSettings;
@@ -29,6 +30,8 @@ struct FRX_EXPORT CopyR24ProjectOperationParts {
   /// Whether the disk takes names that differ only in letter case for the same one, below the nearest
   /// existing folder of that path.
   std::function<bool(const std::string& path)> foldsCase;
+  /// Where it is counted: among all copies of the process when there is none.
+  std::shared_ptr<CopyCounters> counters = nullptr;
 
   /// The real ones.
   static CopyR24ProjectOperationParts usual();
@@ -137,6 +140,7 @@ class FRX_EXPORT CopyR24ProjectOperation final : public FRXConcurrentOperation,
   void run(ProjectStructureReader& reader);
   void runPhases();
   void complete();
+  void end();
 
   void refuseCaseCollision();
   void copyDirectoryStructure();

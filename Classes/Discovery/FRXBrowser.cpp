@@ -17,6 +17,7 @@
 #include "Classes/Utilities/FRXUtilities.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
 #include "Classes/WebSockets/PeerConnector.h"
+#include "Platform/Base/Counter.h"
 #include "Platform/Base/Mutex.h"
 #include "Platform/DNSSD/TXTRecord.h"
 #include "Platform/Host/Text.h"
@@ -76,6 +77,7 @@ struct FRX_HIDDEN FRXBrowser::State {
   const PlatformServices services;
   const FRXBrowserParts parts;
   FRXPeerTable peers;
+  Counter refusedServices;
   FRXLocalServiceRecord local;
 
   mutable Mutex sessionMutex;
@@ -174,6 +176,8 @@ std::optional<std::string> FRXBrowser::idForServiceName(std::string_view name) c
   return state_->peers.idForServiceName(name);
 }
 
+std::uint64_t FRXBrowser::refusedServiceCount() const { return state_->refusedServices.value(); }
+
 // This instance
 
 std::shared_ptr<FRXNetService> FRXBrowser::localFRXService() const { return state_->local.record(); }
@@ -270,6 +274,7 @@ bool FRXBrowser::remember(const std::shared_ptr<FRXNetService>& record) {
   std::optional<std::string> objection = whyNotAPeer(*record);
   if (!objection && !state_->peers.add(record)) objection = "too many services";
   if (objection) {
+    state_->refusedServices.add();
     FRX_LOG_WARN("Ignoring FRX service " + record->serviceId() + ": " + *objection);
     return false;
   }
@@ -378,6 +383,7 @@ void FRXBrowser::monitorService(std::shared_ptr<FRXNetService> service) {
   service = inAnnouncedForm(std::move(service));
   if (!service || isKnown(*service) || isThisInstance(*service)) return;
   if (const auto objection = whyNotAPeer(*service)) {
+    state_->refusedServices.add();
     FRX_LOG_WARN("Ignoring FRX service " + service->serviceId() + ": " + *objection);
     return;
   }

@@ -103,6 +103,8 @@ class FRX_EXPORT FRXBrowser : public ConnectionRequestDelegate,
   std::shared_ptr<FRXNetService> serviceWithId(std::string_view serviceId) const;
   /// The record key that a published name (in any case) was last seen with. Thread: any
   std::optional<std::string> idForServiceName(std::string_view name) const;
+  /// How many records were refused so far: they cannot belong to a peer, or there were too many. Thread: any
+  std::uint64_t refusedServiceCount() const;
 
   // Peers that announce nothing here
 

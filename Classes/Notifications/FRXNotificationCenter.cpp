@@ -150,6 +150,7 @@ void FRXNotificationCenter::postIncomingNotification(const FRXNotification& noti
 
 void FRXNotificationCenter::deliver(const FRXNotification& notification,
                                     const std::string& serviceSessionId) {
+  ++received_;
   FRXDictionary userInfo = notification.userInfo();
   userInfo.insert_or_assign("timestamp", notification.timestamp());
   userInfo.insert_or_assign("sender", notification.sender().value_or(""));
@@ -178,6 +179,7 @@ void FRXNotificationCenter::postOutgoingNotification(const std::string& name, co
                                                      bool repostMostRecentOnNewConnecion) {
   FRXWebsocketMessage message(FRXMessageType::FRXMessageTypeNotification, name, notificationFilter, userInfo);
   if (!message.isWritable()) {
+    unwritable_.add();
     FRX_LOG_WARN("Notification " + name + " is not sent: it holds what JSON cannot carry");
     return;
   }
@@ -191,6 +193,7 @@ void FRXNotificationCenter::repostNotificationsToService(const std::string& serv
 }
 
 void FRXNotificationCenter::broadcast(const FRXWebsocketMessage& message, bool keep) {
+  ++posted_;
   if (keep) notificationsToRepost_.insert_or_assign(message.subject().value_or(""), message);
   const auto broadcaster = parts_.broadcaster ? parts_.broadcaster() : nullptr;
   if (broadcaster != nullptr) broadcaster->broadcastMessage(message);
@@ -201,7 +204,20 @@ void FRXNotificationCenter::repost(const std::string& serviceId) {
   if (broadcaster == nullptr) return;
   for (const auto& [name, message] : notificationsToRepost_) {
     broadcaster->broadcastMessage(message, serviceId);
+    ++reposted_;
   }
+}
+
+FRXNotificationStatistics FRXNotificationCenter::statistics() const {
+  assert(parts_.mainLoop->isCurrentThread());
+  FRXNotificationStatistics statistics{.posted = posted_,
+                                       .reposted = reposted_,
+                                       .received = received_,
+                                       .unwritable = unwritable_.value(),
+                                       .kept = notificationsToRepost_.size()};
+  const MutexLock lock(mutex_);
+  statistics.waiting = toSend_.size();
+  return statistics;
 }
 
 /// All sending goes through one queue. On the main thread it is worked off at once, but a post from inside a

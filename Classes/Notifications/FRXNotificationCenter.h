@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -14,8 +15,10 @@
 #include <vector>
 
 #include "Classes/Notifications/FRXMessageReceivedDelegate.h"
+#include "Classes/Notifications/FRXNotificationStatistics.h"
 #include "Classes/Notifications/NotificationSink.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
+#include "Platform/Base/Counter.h"
 #include "Platform/Base/Export.h"
 #include "Platform/Base/FRXValue.h"
 #include "Platform/Base/ListenerSlot.h"
@@ -136,6 +139,9 @@ class FRX_EXPORT FRXNotificationCenter : public NotificationSink,
     return delegate_.respondingSelectors();
   }
 
+  /// Counted since the center was made. Thread: main
+  FRXNotificationStatistics statistics() const;
+
  private:
   struct ObservationRecord {
     std::weak_ptr<const void> observer;
@@ -160,6 +166,8 @@ class FRX_EXPORT FRXNotificationCenter : public NotificationSink,
   const FRXNotificationCenterParts parts_;
   ListenerSlot<FRXMessageReceivedDelegate, FRXMessageReceivedRespondingSelectors> delegate_;
 
+  Counter unwritable_;
+
   mutable Mutex mutex_;
   // Nodes of a set stay where they are: the address of a text is its token.
   std::set<std::string, std::less<>> filters_ FRX_GUARDED_BY(mutex_);
@@ -170,6 +178,9 @@ class FRX_EXPORT FRXNotificationCenter : public NotificationSink,
   // Main thread only
   std::map<std::string, FRXWebsocketMessage, std::less<>> notificationsToRepost_;
   bool isSending_ = false;
+  std::uint64_t posted_ = 0;
+  std::uint64_t reposted_ = 0;
+  std::uint64_t received_ = 0;
 };
 
 }  // namespace ferrox

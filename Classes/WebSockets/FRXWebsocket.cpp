@@ -7,6 +7,7 @@
 #include "Classes/Notifications/NotificationSink.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
+#include "Classes/WebSockets/InboundSockets.h"
 #include "Platform/Log/Log.h"
 #include "Platform/RunLoop/RunLoop.h"
 
@@ -15,9 +16,12 @@ namespace ferrox {
 std::shared_ptr<FRXWebsocket> FRXWebsocket::initWithRequest(const HTTPRequest*,
                                                             std::optional<std::string> frxId,
                                                             std::shared_ptr<WebSocketTransport> socket,
-                                                            RunLoop& mainLoop) {
+                                                            RunLoop& mainLoop,
+                                                            std::shared_ptr<InboundSockets> countedBy) {
   if (!socket) return nullptr;
-  std::shared_ptr<FRXWebsocket> made(new FRXWebsocket(std::move(frxId), std::move(socket), mainLoop));
+  if (!countedBy) countedBy = InboundSockets::shared();
+  std::shared_ptr<FRXWebsocket> made(
+      new FRXWebsocket(std::move(frxId), std::move(socket), mainLoop, std::move(countedBy)));
   made->setDelegate(made);
   if (made->frxId_ && LocalServiceDirectory::serviceWithId(*made->frxId_)) {
     mainLoop.post([frxId = *made->frxId_] {
@@ -37,26 +41,37 @@ void FRXWebsocket::acceptUpgrades(RunLoop& mainLoop) {
 }
 
 FRXWebsocket::FRXWebsocket(std::optional<std::string> frxId, std::shared_ptr<WebSocketTransport> socket,
-                           RunLoop& mainLoop)
-    : WebSocket(std::move(socket)), frxId_(std::move(frxId)), mainLoop_(mainLoop) {}
+                           RunLoop& mainLoop, std::shared_ptr<InboundSockets> countedBy)
+    : WebSocket(std::move(socket)),
+      frxId_(std::move(frxId)),
+      mainLoop_(mainLoop),
+      countedBy_(std::move(countedBy)) {}
+
+FRXWebsocket::~FRXWebsocket() { countedBy_->didEnd(*this); }
 
 std::string FRXWebsocket::formattedAddress() const {
   return connectedHost() + ":" + std::to_string(localPort());
 }
 
 void FRXWebsocket::webSocketDidOpen(WebSocket&) {
+  countedBy_->didOpen(*this);
   FRX_LOG_VERBOSE("Websocket opened: " + formattedAddress());
 }
 
 void FRXWebsocket::webSocketDidClose(WebSocket&) {
+  countedBy_->didEnd(*this);
+  countedBy_->messages.didRefuse(transport().refusal());
+  if (transport().wasOverfull()) countedBy_->messages.overfullQueues.add();
   FRX_LOG_VERBOSE("Websocket closed: " + formattedAddress());
 }
 
 void FRXWebsocket::webSocketDidReceiveMessage(WebSocket&, std::string_view text) {
+  countedBy_->messages.didReceive(text.size());
   FRX_LOG_VERBOSE("Websocket received message from " + formattedAddress());
   FRXError error;
   const auto message = FRXWebsocketMessage::fromJson(text, &error);
   if (!message) {
+    countedBy_->messages.malformed.add();
     FRX_LOG_WARN("Unable to create FRXWebsocketMessage from message sent by " + formattedAddress() + ": " +
                  error.localizedDescription);
     return;
@@ -70,6 +85,7 @@ void FRXWebsocket::webSocketDidReceiveMessage(WebSocket&, std::string_view text)
     case FRXMessageType::FRXMessageTypeAltNotification:
       return deliver(*message, text.size());
   }
+  countedBy_->messages.unknownTypes.add();
 }
 
 void FRXWebsocket::answerHeartbeat() {
@@ -79,6 +95,7 @@ void FRXWebsocket::answerHeartbeat() {
 void FRXWebsocket::answerQuery(const FRXWebsocketMessage& request) {
   if (!request.id()) {
     // Without an id no answer could be told from any other.
+    countedBy_->messages.queriesWithoutId.add();
     FRX_LOG_WARN("Dropped a query without an id from " + formattedAddress());
     return;
   }
@@ -112,7 +129,10 @@ void FRXWebsocket::deliver(const FRXWebsocketMessage& message, std::size_t sizeI
 }
 
 void FRXWebsocket::sendJson(const FRXWebsocketMessage& message) {
-  if (auto json = message.toJson()) sendMessage(std::move(*json));
+  auto json = message.toJson();
+  if (!json) return countedBy_->messages.unwritable.add();
+  const std::size_t size = json->size();
+  if (sendMessage(std::move(*json))) countedBy_->messages.didSend(1, size);
 }
 
 }  // namespace ferrox

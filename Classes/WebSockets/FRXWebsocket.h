@@ -16,6 +16,7 @@ namespace ferrox {
 
 class FRXWebsocketMessage;
 class HTTPRequest;
+class InboundSockets;
 class RunLoop;
 
 /// Never begins anything: all it sends is an answer on the same connection. Its own delegate.
@@ -26,17 +27,22 @@ class FRX_EXPORT FRXWebsocket final : public WebSocket,
  public:
   /// `frxId` is the connecting peer's service id. A peer that is known gets the latest of what is kept for
   /// late joiners, over this instance's own connection to it. Notifications are delivered on `mainLoop`.
+  /// Counted among the process's sockets unless said otherwise.
   static std::shared_ptr<FRXWebsocket> initWithRequest(const HTTPRequest* request,
                                                        std::optional<std::string> frxId,
                                                        std::shared_ptr<WebSocketTransport> socket,
-                                                       RunLoop& mainLoop);
+                                                       RunLoop& mainLoop,
+                                                       std::shared_ptr<InboundSockets> countedBy = nullptr);
   /// Has the routing layer make one of these for every upgrade. Thread: any
   static void acceptUpgrades(RunLoop& mainLoop);
+  ~FRXWebsocket() override;
 
   const std::optional<std::string>& frxId() const { return frxId_; }
   const FRXGraphQLInterpreter& graphQLInterpreter() const { return graphQLInterpreter_; }
   /// The peer's address and this side's port, "10.0.0.7:16654", for logging.
   std::string formattedAddress() const;
+  /// Of messages that the main thread has not taken yet. Thread: any
+  std::size_t undeliveredBytes() const { return undelivered_.load(std::memory_order_relaxed); }
 
   void webSocketDidOpen(WebSocket& socket) override;
   void webSocketDidReceiveMessage(WebSocket& socket, std::string_view text) override;
@@ -48,7 +54,7 @@ class FRX_EXPORT FRXWebsocket final : public WebSocket,
 
  private:
   FRXWebsocket(std::optional<std::string> frxId, std::shared_ptr<WebSocketTransport> socket,
-               RunLoop& mainLoop);
+               RunLoop& mainLoop, std::shared_ptr<InboundSockets> countedBy);
 
   void answerHeartbeat();
   void answerQuery(const FRXWebsocketMessage& request);
@@ -58,6 +64,7 @@ class FRX_EXPORT FRXWebsocket final : public WebSocket,
   const std::optional<std::string> frxId_;
   const FRXGraphQLInterpreter graphQLInterpreter_{};
   RunLoop& mainLoop_;
+  const std::shared_ptr<InboundSockets> countedBy_;
   std::atomic<std::size_t> undelivered_{0};
 };
 

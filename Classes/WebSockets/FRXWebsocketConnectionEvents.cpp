@@ -6,6 +6,7 @@
 #include "Classes/Notifications/NotificationSink.h"
 #include "Classes/Utilities/FRXUtilities.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
+#include "Classes/WebSockets/ConnectionTally.h"
 #include "Classes/WebSockets/FRXWebsocketConnectionManager.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
 #include "Platform/Log/Log.h"
@@ -32,6 +33,7 @@ bool isTrue(const FRXDictionary& userInfo, std::string_view key) {
 void FRXWebsocketConnectionManager::webSocketDidOpen(const std::shared_ptr<PeerSocket>& socket) {
   const std::string& serviceId = socket->lookupId();
   FRX_LOG_VERBOSE("Websocket connection to service " + serviceId + " successfully opened");
+  tally_->didOpen(serviceId);
   if (const auto former = filed(serviceId); former && former != socket) {
     former->detach();
     unfile(former);
@@ -52,6 +54,8 @@ void FRXWebsocketConnectionManager::webSocketDidFailWithError(const std::shared_
   const auto address = FRXUtilities::addressForSender(serviceId);
   unfiled_.erase(socket);
   const auto former = filed(serviceId);
+  // What opened was filed then; what is filed afterwards has ended.
+  tally_->didFail(error, former == socket);
   // One of two tries may fail while the other has long succeeded: the connection that stands stays.
   if ((!former || !former->isOpen()) && LocalServiceDirectory::serviceWithId(serviceId)) {
     FRX_LOG_VERBOSE(
@@ -78,6 +82,7 @@ void FRXWebsocketConnectionManager::webSocketDidCloseWithCode(const std::shared_
     FRX_LOG_WARN("WebSocket " + socket->client()->url() + " " + ending);
   }
   socket->client()->setDelegate({});
+  tally_->messages.didRefuse(socket->client()->refusal());
   unfiled_.erase(socket);
   noteOpenSockets();
   postLocal(FRXDisconnectedNotification,
@@ -90,13 +95,16 @@ void FRXWebsocketConnectionManager::webSocketDidCloseWithCode(const std::shared_
 
 void FRXWebsocketConnectionManager::detachedSocketDidEnd(const std::shared_ptr<PeerSocket>& socket) {
   unfiled_.erase(socket);
+  tally_->messages.didRefuse(socket->client()->refusal());
 }
 
 void FRXWebsocketConnectionManager::webSocketDidReceiveMessage(const std::shared_ptr<PeerSocket>& socket,
                                                                std::string_view text) {
+  tally_->messages.didReceive(text.size());
   FRXError error;
   const auto message = FRXWebsocketMessage::fromJson(text, &error);
   if (!message) {
+    tally_->messages.malformed.add();
     FRX_LOG_WARN("Unable to create FRXWebsocketMessage from message: " + error.localizedDescription);
     return;
   }
@@ -110,15 +118,17 @@ void FRXWebsocketConnectionManager::webSocketDidReceiveMessage(const std::shared
     case FRXMessageType::FRXMessageTypeAltNotification:
       return notificationArrived(*socket, *message, text);
   }
+  tally_->messages.unknownTypes.add();
   FRX_LOG_WARN(
       "Received message that was either not a FRXWebsocketMessage, or has an unsupported message type: " +
       std::string(text));
 }
 
 void FRXWebsocketConnectionManager::replyArrived(const FRXWebsocketMessage& message, std::string_view text) {
-  if (!message.id()) return;
+  if (!message.id()) return tally_->messages.unawaitedReplies.add();
   const auto node = messageResponseCallbacks_.extract(*message.id());
-  if (node.empty() || !node.mapped()) return;
+  if (node.empty()) return tally_->messages.unawaitedReplies.add();
+  if (!node.mapped()) return;
   try {
     node.mapped()(std::string(text));
   } catch (const std::exception& failure) {

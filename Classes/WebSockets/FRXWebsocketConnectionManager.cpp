@@ -8,6 +8,7 @@
 #include "Classes/Notifications/NotificationSink.h"
 #include "Classes/Utilities/FRXUtilities.h"
 #include "Classes/Utilities/LocalServiceDirectory.h"
+#include "Classes/WebSockets/ConnectionTally.h"
 #include "Classes/WebSockets/FRXWebsocketMessage.h"
 #include "Classes/WebSockets/PeerSocketURL.h"
 #include "Platform/Host/HostIdentity.h"
@@ -61,7 +62,9 @@ std::shared_ptr<FRXWebsocketConnectionManager> FRXWebsocketConnectionManager::ma
 }
 
 FRXWebsocketConnectionManager::FRXWebsocketConnectionManager(FRXWebsocketConnectionManagerParts parts)
-    : parts_(std::move(parts)), dialSpread_(parts_.mainLoop->clock()) {
+    : parts_(std::move(parts)),
+      tally_(std::make_unique<ConnectionTally>()),
+      dialSpread_(parts_.mainLoop->clock()) {
   settings_.connectTimeout = connectTimeout;
 }
 
@@ -182,7 +185,9 @@ void FRXWebsocketConnectionManager::openSocket(const std::string& serviceId) {
   request.url = url.value_or(std::string());
   request.dialDelay = dialSpread_.next();
   const auto client = url ? parts_.makeClient(request, nullptr) : nullptr;
+  tally_->didAttempt();
   if (!client) {
+    tally_->didFailToBegin();
     FRX_LOG_WARN("Failed request to get WebSocket connection with service " + serviceId);
     return;
   }
@@ -282,121 +287,17 @@ void FRXWebsocketConnectionManager::machineDidWake() {
   monitorConnections();
 }
 
-// Sending
-
-void FRXWebsocketConnectionManager::broadcastMessage(const FRXWebsocketMessage& message) {
-  const auto json = message.toJson();
-  if (!json) return;
-  if (isMain()) return broadcastJson(message, *json);
-  onMain([message, json = *json](FRXWebsocketConnectionManager& manager) {
-    manager.broadcastJson(message, json);
-  });
-}
-
-void FRXWebsocketConnectionManager::broadcastJson(const FRXWebsocketMessage& message,
-                                                  const std::string& json) {
-  const bool logged = Log::isEnabled(LogLevel::Verbose);
-  parts_.broadcast(openClients_, json);
-  if (!logged && !delegate_.respondingSelectors().frxMessageWasSent) return;
-  // A listener may open and close sockets.
-  const auto sockets = openSockets_;
-  for (const auto& socket : sockets) {
-    FRX_LOG_VERBOSE("Sending message to " + socket->destinationAddress());
-    tellDelegate(message, socket->lookupId());
+FRXOutboundStatistics FRXWebsocketConnectionManager::statistics() const {
+  assert(isMain());
+  FRXOutboundStatistics statistics{.connections = tally_->connections(),
+                                   .messages = tally_->messages.statistics(),
+                                   .awaitedReplies = messageResponseCallbacks_.size()};
+  for (const auto& [serviceId, socket] : websockets_) {
+    if (!socket->isOpen()) continue;
+    ++statistics.openSockets;
+    statistics.unsentBytes += socket->client()->unsentBytes();
   }
-}
-
-void FRXWebsocketConnectionManager::broadcastMessage(const FRXWebsocketMessage& message,
-                                                     const std::string& toService) {
-  const auto json = message.toJson();
-  if (!json) return;
-  onMain([message, json = *json, toService](FRXWebsocketConnectionManager& manager) {
-    manager.sendJson(message, json, toService);
-  });
-}
-
-void FRXWebsocketConnectionManager::sendJson(const FRXWebsocketMessage& message, const std::string& json,
-                                             const std::string& toService) {
-  auto socket = filed(toService);
-  // Inbound sockets know their peer by its published name only.
-  if (!socket) socket = filed(parts_.idForServiceName(toService).value_or(std::string()));
-  if (!socket) return;
-  if (!socket->isOpen()) {
-    FRX_LOG_VERBOSE("Failed to send " + message.subject().value_or("(null)") + " message to " + toService +
-                    " - WebSocket connection status is " +
-                    connectionStatusToString(static_cast<int>(socket->client()->readyState())));
-    return;
-  }
-  FRX_LOG_VERBOSE("Sending message to " + toService);
-  socket->client()->send(json);
-  tellDelegate(message, socket->lookupId());
-}
-
-void FRXWebsocketConnectionManager::broadcastMessage(const FRXWebsocketMessage& message,
-                                                     const std::string& toService,
-                                                     ResponseCallback onResponse,
-                                                     // NOLINTNEXTLINE(performance-unnecessary-value-param)
-                                                     ErrorCallback /*never called*/) {
-  const auto json = message.toJson();
-  if (!json) return;
-  onMain([message, json = *json, toService,
-          onResponse = std::move(onResponse)](FRXWebsocketConnectionManager& manager) mutable {
-    manager.request(message, json, toService, onResponse);
-  });
-}
-
-void FRXWebsocketConnectionManager::request(const FRXWebsocketMessage& message, const std::string& json,
-                                            const std::string& toService, ResponseCallback onResponse) {
-  const auto socket = filed(toService);
-  if (!socket || !socket->isOpen() || !message.id()) return;
-  messageResponseCallbacks_.insert_or_assign(*message.id(), std::move(onResponse));
-  socket->client()->send(json);
-  tellDelegate(message, toService);
-}
-
-void FRXWebsocketConnectionManager::forgetReply(const std::string& messageId) {
-  onMain([messageId](FRXWebsocketConnectionManager& manager) {
-    manager.messageResponseCallbacks_.erase(messageId);
-  });
-}
-
-void FRXWebsocketConnectionManager::forwardMessage(const std::string& json, const std::string& fromSender) {
-  onMain([json, fromSender](FRXWebsocketConnectionManager& manager) { manager.forward(json, fromSender); });
-}
-
-void FRXWebsocketConnectionManager::forward(const std::string& json, const std::string& fromSender) {
-  const std::string sender = text::upperCased(fromSender);
-  std::vector<std::shared_ptr<WebSocketClient>> recipients;
-  for (const auto& socket : openSockets_) {
-    if (text::upperCased(socket->destinationAddress()) == sender) continue;
-    FRX_LOG_VERBOSE("Sending message to " + socket->destinationAddress());
-    Log::audit(
-        {"ForwardMessage", "FRXWebSocket", {{"from", fromSender}, {"to", socket->destinationAddress()}}});
-    recipients.push_back(socket->client());
-  }
-  parts_.broadcast(recipients, json);
-}
-
-void FRXWebsocketConnectionManager::messageWasSentTo(const FRXWebsocketMessage& message,
-                                                     const std::string& serviceId) {
-  onMain([message, serviceId](FRXWebsocketConnectionManager& manager) {
-    manager.tellDelegate(message, serviceId);
-  });
-}
-
-void FRXWebsocketConnectionManager::tellDelegate(const FRXWebsocketMessage& message,
-                                                 const std::string& serviceId) {
-  if (!delegate_.respondingSelectors().frxMessageWasSent) return;
-  const auto service = knownService(serviceId);
-  if (!service) return;
-  delegate_.notify(&FRXMessageSentRespondingSelectors::frxMessageWasSent,
-                   [&](FRXMessageSentDelegate& listener) {
-                     try {
-                       listener.frxMessageWasSent(message, service);
-                     } catch (const std::exception& failure) {
-                       FRX_LOG_ERROR(std::string("A message listener failed: ") + failure.what());
-                     }
-                   });
+  return statistics;
 }
 
 std::string FRXWebsocketConnectionManager::connectionStatusToString(int state) {

@@ -1,6 +1,7 @@
 // Keeps one outbound WebSocket to every peer, and sends over them.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -13,6 +14,7 @@
 
 #include "Classes/WebSockets/DialSpread.h"
 #include "Classes/WebSockets/FRXMessageSentDelegate.h"
+#include "Classes/WebSockets/FRXMessagingStatistics.h"
 #include "Classes/WebSockets/MessageBroadcaster.h"
 #include "Classes/WebSockets/PeerConnector.h"
 #include "Classes/WebSockets/PeerSocket.h"
@@ -23,6 +25,7 @@
 
 namespace ferrox {
 
+class ConnectionTally;
 class FRXNetService;
 class FRXNotification;
 class FRXWebsocketMessage;
@@ -36,8 +39,8 @@ struct FRX_EXPORT FRXWebsocketConnectionManagerParts {
   RunLoop* mainLoop = nullptr;
   std::function<std::shared_ptr<WebSocketClient>(const WebSocketClientRequest& request, FRXError* error)>
       makeClient;
-  /// Sends one text to many, framed once.
-  std::function<void(std::span<const std::shared_ptr<WebSocketClient>> clients, std::string_view text)>
+  /// Sends one text to many, framed once; answers how many took it.
+  std::function<std::size_t(std::span<const std::shared_ptr<WebSocketClient>> clients, std::string_view text)>
       broadcast = &WebSocketClient::broadcast;
   /// The browser's answers.
   std::function<std::vector<std::shared_ptr<FRXNetService>>()> currentServices;
@@ -128,6 +131,9 @@ class FRX_EXPORT FRXWebsocketConnectionManager
 
   static std::string connectionStatusToString(int state);
 
+  /// Counted since it was made, over all stops and starts. Looks at every open socket. Thread: main
+  FRXOutboundStatistics statistics() const;
+
  private:
   explicit FRXWebsocketConnectionManager(FRXWebsocketConnectionManagerParts parts);
 
@@ -146,6 +152,7 @@ class FRX_EXPORT FRXWebsocketConnectionManager
   void unfile(const std::shared_ptr<PeerSocket>& socket);
   void noteOpenSockets();
 
+  bool send(PeerSocket& socket, const std::string& json);
   void broadcastJson(const FRXWebsocketMessage& message, const std::string& json);
   void sendJson(const FRXWebsocketMessage& message, const std::string& json, const std::string& toService);
   void request(const FRXWebsocketMessage& message, const std::string& json, const std::string& toService,
@@ -165,6 +172,7 @@ class FRX_EXPORT FRXWebsocketConnectionManager
 
   const FRXWebsocketConnectionManagerParts parts_;
   ListenerSlot<FRXMessageSentDelegate, FRXMessageSentRespondingSelectors> delegate_;
+  const std::unique_ptr<ConnectionTally> tally_;
 
   // Confined to the main thread.
   std::map<std::string, std::shared_ptr<PeerSocket>> websockets_;

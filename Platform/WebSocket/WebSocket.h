@@ -1,6 +1,7 @@
 // Server side of a WebSocket (RFC 6455): the endpoint that an upgraded connection is handed to.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,8 +30,9 @@ class FRX_EXPORT WebSocketListener {
 class FRX_EXPORT WebSocketTransport {
  public:
   virtual ~WebSocketTransport() = default;
-  /// Queues one text message; messages keep their order. A queue over its limit ends the connection.
-  virtual void sendText(std::string text) = 0;
+  /// Queues one text message; messages keep their order. A queue over its limit ends the connection. False,
+  /// with nothing queued, once the connection has ended.
+  virtual bool sendText(std::string text) = 0;
   /// Starts the closing handshake.
   virtual void close(std::uint16_t code, std::string reason) = 0;
   /// Off: nothing more is read from the peer, who comes to wait, until it is switched on again. Messages that
@@ -39,6 +41,12 @@ class FRX_EXPORT WebSocketTransport {
   /// The peer's address without a port.
   virtual std::string connectedHost() const = 0;
   virtual std::uint16_t localPort() const = 0;
+  /// Bytes that wait until the peer takes them.
+  virtual std::size_t unsentBytes() const { return 0; }
+  /// The close code with which something the peer sent was refused; 0 when nothing was. Thread: network
+  virtual int refusal() const { return 0; }
+  /// The connection was ended because the peer does not read. Thread: network
+  virtual bool wasOverfull() const { return false; }
 };
 
 /// An inbound socket. Pings are answered and the closing handshake is kept by the server. A binary message
@@ -52,13 +60,18 @@ class FRX_EXPORT WebSocket {
   void setDelegate(std::weak_ptr<WebSocketListener> listener) { delegate_ = std::move(listener); }
   std::shared_ptr<WebSocketListener> delegate() const { return delegate_.lock(); }
 
-  void sendMessage(std::string text) { transport_->sendText(std::move(text)); }
+  /// False once the connection has ended.
+  bool sendMessage(std::string text) { return transport_->sendText(std::move(text)); }
   void close(std::uint16_t code = 1000, std::string reason = {}) {
     transport_->close(code, std::move(reason));
   }
   void setReading(bool reading) { transport_->setReading(reading); }
   std::string connectedHost() const { return transport_->connectedHost(); }
   std::uint16_t localPort() const { return transport_->localPort(); }
+  std::size_t unsentBytes() const { return transport_->unsentBytes(); }
+
+ protected:
+  const WebSocketTransport& transport() const { return *transport_; }
 
  private:
   std::shared_ptr<WebSocketTransport> transport_;

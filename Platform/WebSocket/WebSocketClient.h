@@ -93,8 +93,9 @@ class FRX_EXPORT WebSocketClient {
                                                              HostNameResolver& resolver, RunLoop& mainLoop,
                                                              FRXError* error = nullptr);
   /// Sends one text to many, framed once (with a fresh random masking key for each text; RFC 6455 section 5.3
-  /// asks that no peer can predict it). Clients that are not open are skipped.
-  static void broadcast(std::span<const std::shared_ptr<WebSocketClient>> clients, std::string_view text);
+  /// asks that no peer can predict it). Clients that are not open are skipped. How many took it.
+  static std::size_t broadcast(std::span<const std::shared_ptr<WebSocketClient>> clients,
+                               std::string_view text);
 
   /// Held weakly.
   virtual void setDelegate(std::weak_ptr<WebSocketClientDelegate> delegate) = 0;
@@ -104,14 +105,19 @@ class FRX_EXPORT WebSocketClient {
   virtual void open() = 0;
   /// Starts the closing handshake, or ends dialling. Does nothing when closing or closed.
   virtual void close(int code = 1000, const std::string& reason = {}) = 0;
-  /// Queues one text; dropped unless open.
-  virtual void send(std::string_view text) = 0;
+  /// Queues one text. False, with nothing queued, unless open, and for a text that is not UTF-8.
+  virtual bool send(std::string_view text) = 0;
   /// Pings at once, as if the peer had been quiet for long; for a machine that has just woken up.
   virtual void checkNow() = 0;
 
   /// `Connecting` from the beginning.
   virtual WebSocketReadyState readyState() const = 0;
   virtual const std::string& url() const = 0;
+  /// Bytes of earlier turns of the main loop that wait until the peer takes them.
+  virtual std::size_t unsentBytes() const { return 0; }
+  /// The close code with which something the peer sent was refused, from the end of the connection on; 0 when
+  /// nothing was.
+  virtual int refusal() const { return 0; }
 };
 
 }  // namespace ferrox

@@ -54,9 +54,7 @@ void WebSocketClientConnection::abort() {
 }
 
 bool WebSocketClientConnection::admit(std::size_t bytes) {
-  const std::size_t waiting =
-      inFlight_.load(std::memory_order_relaxed) + unsent_.load(std::memory_order_relaxed);
-  if (waiting + bytes > request_.maxSendQueue) return false;
+  if (waitingBytes() + bytes > request_.maxSendQueue) return false;
   inFlight_.fetch_add(bytes, std::memory_order_relaxed);
   return true;
 }

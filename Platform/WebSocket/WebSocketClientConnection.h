@@ -58,6 +58,10 @@ class WebSocketClientConnection final : public std::enable_shared_from_this<WebS
   void abort();
   /// Whether so many bytes more may wait for the peer; then they count. Thread: main
   bool admit(std::size_t bytes);
+  /// Bytes that were admitted and not yet taken by the system. Thread: any
+  std::size_t waitingBytes() const {
+    return inFlight_.load(std::memory_order_relaxed) + unsent_.load(std::memory_order_relaxed);
+  }
   /// The listener has been through as many bytes of text. Thread: main
   void taken(std::size_t bytes);
   /// Thread: main

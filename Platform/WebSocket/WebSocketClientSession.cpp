@@ -178,6 +178,7 @@ void WebSocketClientSession::fail(FRXError error) {
 
 void WebSocketClientSession::end(WebSocketEnding ending) {
   if (std::exchange(ended_, true)) return;
+  ending.refusal = framing_.refusal();
   listener_.sessionDidEnd(std::move(ending));
 }
 

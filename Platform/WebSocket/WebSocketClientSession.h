@@ -24,6 +24,8 @@ struct WebSocketEnding {
   int code = 0;
   std::string reason;
   bool wasClean = false;
+  /// The close code with which something the peer sent was refused; 0 when nothing was.
+  int refusal = 0;
 };
 
 /// Told about one session, while it is being called.

@@ -33,9 +33,10 @@ std::shared_ptr<WebSocketClient> WebSocketClient::make(const WebSocketClientRequ
   return std::make_shared<WebSocketClientSocket>(request, std::move(*url), resolver, mainLoop);
 }
 
-void WebSocketClient::broadcast(std::span<const std::shared_ptr<WebSocketClient>> clients,
-                                std::string_view text) {
-  if (!isSendable(text)) return;
+std::size_t WebSocketClient::broadcast(std::span<const std::shared_ptr<WebSocketClient>> clients,
+                                       std::string_view text) {
+  if (!isSendable(text)) return 0;
+  std::size_t count = 0;
   OutgoingTurn* framedBy = nullptr;
   OutgoingTurn::Stretch stretch{};
   bool hasOthers = false;
@@ -53,11 +54,14 @@ void WebSocketClient::broadcast(std::span<const std::shared_ptr<WebSocketClient>
       stretch = framedBy->frame(OutgoingTurn::Buffer::Shared, WebSocketOpcode::Text, text);
     }
     framedBy->add(socket.place_, socket.connection_, OutgoingTurn::Buffer::Shared, stretch);
+    ++count;
   }
-  if (!hasOthers) return;
+  if (!hasOthers) return count;
   for (const std::shared_ptr<WebSocketClient>& pointer : clients) {
-    if (pointer && dynamic_cast<WebSocketClientSocket*>(pointer.get()) == nullptr) pointer->send(text);
+    if (!pointer || dynamic_cast<WebSocketClientSocket*>(pointer.get()) != nullptr) continue;
+    if (pointer->send(text)) ++count;
   }
+  return count;
 }
 
 WebSocketClientSocket::WebSocketClientSocket(const WebSocketClientRequest& request, WebSocketURL url,
@@ -123,11 +127,12 @@ void WebSocketClientSocket::close(int code, const std::string& reason) {
   }
 }
 
-void WebSocketClientSocket::send(std::string_view text) {
+bool WebSocketClientSocket::send(std::string_view text) {
   assert(mainLoop_.isCurrentThread());
-  if (state_ != WebSocketReadyState::Open || !isSendable(text)) return;
+  if (state_ != WebSocketReadyState::Open || !isSendable(text)) return false;
   const auto stretch = turn_->frame(OutgoingTurn::Buffer::Single, WebSocketOpcode::Text, text);
   turn_->add(place_, connection_, OutgoingTurn::Buffer::Single, stretch);
+  return true;
 }
 
 void WebSocketClientSocket::checkNow() {
@@ -157,6 +162,7 @@ void WebSocketClientSocket::connectionDidReceive(const ReceivedTexts& texts) {
 
 void WebSocketClientSocket::connectionDidEnd(const WebSocketEnding& ending) {
   if (std::exchange(ended_, true)) return;
+  refusal_ = ending.refusal;
   if (!ending.error) return didClose(ending.code, ending.reason, ending.wasClean);
   // Our close frame was under way when the connection was lost.
   if (state_ == WebSocketReadyState::Closing) return didClose(abnormalClosure, {}, false);

@@ -30,10 +30,12 @@ class WebSocketClientSocket final : public WebSocketClient,
   std::shared_ptr<WebSocketClientDelegate> delegate() const override { return delegate_.lock(); }
   void open() override;
   void close(int code, const std::string& reason) override;
-  void send(std::string_view text) override;
+  bool send(std::string_view text) override;
   void checkNow() override;
   WebSocketReadyState readyState() const override { return state_; }
   const std::string& url() const override { return request_.url; }
+  std::size_t unsentBytes() const override { return connection_ ? connection_->waitingBytes() : 0; }
+  int refusal() const override { return refusal_; }
 
   void connectionDidOpen() override;
   void connectionDidReceive(const ReceivedTexts& texts) override;
@@ -63,6 +65,7 @@ class WebSocketClientSocket final : public WebSocketClient,
   std::shared_ptr<HostConnector> connector_;
   bool opened_ = false;
   bool ended_ = false;
+  int refusal_ = 0;
 };
 
 }  // namespace ferrox

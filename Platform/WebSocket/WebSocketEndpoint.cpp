@@ -91,15 +91,18 @@ void WebSocketEndpoint::tellListener(const std::function<void(WebSocketListener&
   }
 }
 
-void WebSocketEndpoint::sendText(std::string text) {
+bool WebSocketEndpoint::sendText(std::string text) {
   {
     std::lock_guard lock(mutex_);
-    if (finished_) return;
+    if (finished_) return false;
     queuedBytes_ += text.size();
     posted_.push_back(std::move(text));
   }
   schedule();
+  return true;
 }
+
+int WebSocketEndpoint::refusal() const { return framing_ ? framing_->refusal() : 0; }
 
 void WebSocketEndpoint::close(std::uint16_t code, std::string reason) {
   {
@@ -156,6 +159,7 @@ void WebSocketEndpoint::takePosted() {
 void WebSocketEndpoint::pump() {
   if (queuedBytes_ + output_.size() - outputSent_ > limits_.webSocketSendQueue) {
     FRX_LOG_WARN("A WebSocket peer at " + peerHost_ + " does not read; the connection is cut");
+    overfull_ = true;
     return end();
   }
   takePosted();
@@ -171,7 +175,12 @@ void WebSocketEndpoint::pump() {
 }
 
 bool WebSocketEndpoint::flush() {
-  if (awaitingWritable_) return false;
+  const bool isSent = !awaitingWritable_ && sendOutput();
+  unsentOutput_.store(output_.size() - outputSent_, std::memory_order_relaxed);
+  return isSent;
+}
+
+bool WebSocketEndpoint::sendOutput() {
   while (outputSent_ < output_.size()) {
     const ssize_t sent = channel_->sendNow(output_.data() + outputSent_, output_.size() - outputSent_);
     if (sent < 0) return end(), false;

@@ -34,11 +34,14 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   void open(std::unique_ptr<StreamChannel> channel, std::shared_ptr<WebSocket> socket, std::string answer,
             std::string_view received);
 
-  void sendText(std::string text) override;
+  bool sendText(std::string text) override;
   void close(std::uint16_t code, std::string reason) override;
   void setReading(bool reading) override;
   std::string connectedHost() const override { return peerHost_; }
   std::uint16_t localPort() const override { return localPort_; }
+  std::size_t unsentBytes() const override { return queuedBytes_ + unsentOutput_; }
+  int refusal() const override;
+  bool wasOverfull() const override { return overfull_; }
 
   void didReceive(std::size_t bytes) override;
   void didBecomeWritable() override;
@@ -60,6 +63,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   /// Frames what waits and sends it; ends the connection when both sides are done.
   void pump();
   bool flush();
+  bool sendOutput();
   void enter(Phase phase);
   void end();
   void tellListener(const std::function<void(WebSocketListener&)>& tell);
@@ -80,6 +84,7 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   bool awaitingWritable_ = false;
   bool receiving_ = false;
   bool paused_ = false;
+  bool overfull_ = false;
   std::vector<char> input_;
   std::string output_;
   std::size_t outputSent_ = 0;
@@ -89,8 +94,9 @@ class WebSocketEndpoint final : public Session, public WebSocketTransport {
   std::optional<Closing> postedClosing_;  // guarded by mutex_
   bool scheduled_ = false;                // guarded by mutex_
   bool finished_ = false;                 // guarded by mutex_
-  /// Accepted by `sendText` and not yet taken by the system.
+  /// Accepted by `sendText` and not yet framed; and framed, but not yet taken by the system.
   std::atomic<std::size_t> queuedBytes_{0};
+  std::atomic<std::size_t> unsentOutput_{0};
 };
 
 }  // namespace ferrox

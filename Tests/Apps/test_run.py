@@ -8,6 +8,7 @@ import subprocess
 import tempfile
 import time
 import unittest
+import urllib.error
 import urllib.request
 
 from command_process import COMMAND, Node, run
@@ -146,6 +147,34 @@ class Run(unittest.TestCase):
                 result = node.ask(cmd, **members)
                 self.assertFalse(result["ok"])
                 self.assertNotEqual(result["error"], "")
+
+    def test_stats_tell_what_the_node_has_done(self):
+        node = self.node(discovery="off")
+        port = node.started()["port"]
+        before = node.ask("stats")["stats"]
+        self.assertEqual(before["peers"]["known"], 0)
+        self.assertEqual(before["http"]["requests"]["succeeded"], 0)
+        self.assertTrue(node.ask("post", name="N", repost=True)["ok"])
+        with urllib.request.urlopen(f"http://127.0.0.1:{port}/service", timeout=10) as answer:
+            self.assertEqual(answer.status, 200)
+        with self.assertRaises(urllib.error.HTTPError):
+            urllib.request.urlopen(f"http://127.0.0.1:{port}/none", timeout=10)
+        after = node.ask("stats")["stats"]
+        self.assertEqual(after["http"]["requests"], {"upgraded": 0, "succeeded": 1, "clientErrors": 1,
+                                                     "serverErrors": 0})
+        self.assertGreater(after["http"]["bytesSent"], 100)
+        self.assertEqual(after["notifications"]["posted"], before["notifications"]["posted"] + 1)
+        self.assertEqual(after["messages"]["notSent"]["notConnected"],
+                         before["messages"]["notSent"]["notConnected"] + 1)
+        self.assertEqual(after["queues"]["notificationsKept"], before["queues"]["notificationsKept"] + 1)
+
+    def test_stats_ignore_members_they_do_not_know(self):
+        node = self.node(discovery="off")
+        node.started()
+        for members in ({"x": 1}, {"stats": None}, {"ok": False, "peers": [[]]}):
+            result = node.ask("stats", **members)
+            self.assertTrue(result["ok"], result)
+            self.assertEqual(result["stats"]["peers"]["known"], 0)
 
     def test_search_asks_an_address(self):
         node = self.node(name="Asked")

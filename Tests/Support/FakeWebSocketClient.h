@@ -27,8 +27,10 @@ class FakeWebSocketClient final : public WebSocketClient {
     closeCode = code;
     state_ = WebSocketReadyState::Closing;
   }
-  void send(std::string_view text) override {
-    if (state_ == WebSocketReadyState::Open) sent.emplace_back(text);
+  bool send(std::string_view text) override {
+    if (state_ != WebSocketReadyState::Open) return false;
+    sent.emplace_back(text);
+    return true;
   }
   void checkNow() override { ++checked; }
   WebSocketReadyState readyState() const override { return state_; }

@@ -164,7 +164,7 @@ class RunCommand final : public Subcommand {
         "\"allowsEmptyFiles\"?: true,\n"
         "   \"verifiesSizes\"?: true, \"preservesModificationTimes\"?: true} {\"cmd\": \"cancelCopy\", "
         "\"operationId\": TEXT}\n"
-        "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"quit\", \"ref\": any, ...}\n\n"
+        "  {\"cmd\": \"peers\"|\"search\"|\"status\"|\"rename\"|\"stats\"|\"quit\", \"ref\": any, ...}\n\n"
         "Example:\n  ferrox run --share film:\"Film rushes\"=/media/rushes --status \"edit suite 3\"\n"
         "  ferrox run --observe TakeFinished --observe Playhead=\"edit suite 3\"");
     return line;

@@ -7,9 +7,11 @@
 
 #include "Apps/ferrox/Events/EventWriter.h"
 #include "Apps/ferrox/Events/LineSplitter.h"
+#include "Apps/ferrox/Events/StatisticsMembers.h"
 #include "Apps/ferrox/Node/NodeCopies.h"
 #include "Classes/Capabilities/FRXStream.h"
 #include "Classes/Discovery/FRXNetService.h"
+#include "Classes/Statistics/FRXStatistics.h"
 #include "Platform/Base/Json.h"
 
 namespace ferrox::command {
@@ -69,7 +71,7 @@ void CommandHandler::reportTooLong() {
 
 void CommandHandler::dispatch(const Command& command) {
   using Handler = void (CommandHandler::*)(const Command&);
-  static constexpr std::array<std::pair<std::string_view, Handler>, 15> handlers{{
+  static constexpr std::array<std::pair<std::string_view, Handler>, 16> handlers{{
       {"post", &CommandHandler::post},
       {"postLocal", &CommandHandler::postLocal},
       {"observe", &CommandHandler::observe},
@@ -85,6 +87,7 @@ void CommandHandler::dispatch(const Command& command) {
       {"search", &CommandHandler::search},
       {"status", &CommandHandler::status},
       {"rename", &CommandHandler::rename},
+      {"stats", &CommandHandler::stats},
   }};
   for (const auto& [name, handler] : handlers) {
     if (command.name == name) return (this->*handler)(command);
@@ -92,7 +95,8 @@ void CommandHandler::dispatch(const Command& command) {
   if (command.name != "quit") {
     return fail(command,
                 "unknown command; known are post, postLocal, observe, unobserve, addStream, removeStream, "
-                "addProject, removeProject, list, copy, cancelCopy, peers, search, status, rename, quit");
+                "addProject, removeProject, list, copy, cancelCopy, peers, search, status, rename, stats, "
+                "quit");
   }
   succeed(command, {});
   quit_();
@@ -203,6 +207,10 @@ void CommandHandler::removeProject(const Command& command) {
   const bool broadcast = members.optionalFlag("broadcast");
   if (!members.problem().empty()) return fail(command, members.problem());
   answerRemoval(command, node_.offers()->removeProject(id, broadcast), "no project has that id");
+}
+
+void CommandHandler::stats(const Command& command) {
+  succeed(command, {{"stats", describe(FRXStatistics::current())}});
 }
 
 void CommandHandler::answerRemoval(const Command& command, bool removed, std::string_view otherwise) {

@@ -40,6 +40,7 @@ class CommandHandler {
   void list(const Command& command);
   void copy(const Command& command);
   void cancelCopy(const Command& command);
+  void stats(const Command& command);
   void answerRemoval(const Command& command, bool removed, std::string_view otherwise);
   void succeed(const Command& command, FRXDictionary members);
   void fail(const Command& command, std::string_view reason);

@@ -64,17 +64,19 @@ std::string takeContentType(HTTPHeaders& headers) {
   return {};
 }
 
-std::unique_ptr<BodyTransfer> writeBody(std::string& out, std::shared_ptr<HTTPResponse> response,
-                                        std::vector<BodySegment> segments) {
-  if (segments.size() == 1 && BodyTransfer::appendSmall(*response, segments.front(), out)) return nullptr;
-  return std::make_unique<BodyTransfer>(std::move(response), std::move(segments));
+void writeBody(std::string& out, std::shared_ptr<HTTPResponse> response, std::vector<BodySegment> segments,
+               WrittenAnswer& answer) {
+  if (segments.size() == 1 && BodyTransfer::appendSmall(*response, segments.front(), out)) {
+    if (BodyTransfer::isFile(*response)) answer.fileBytes = segments.front().length;
+  } else {
+    answer.body = std::make_unique<BodyTransfer>(std::move(response), std::move(segments));
+  }
 }
 
 }  // namespace
 
-std::unique_ptr<BodyTransfer> writeAnswer(std::string& out, const RequestHead& request,
-                                          std::shared_ptr<HTTPResponse> response, bool keepAlive,
-                                          std::string_view date) {
+WrittenAnswer writeAnswer(std::string& out, const RequestHead& request,
+                          std::shared_ptr<HTTPResponse> response, bool keepAlive, std::string_view date) {
   int status = response->status();
   if (status < 200 || status > 599) status = 500;
   HTTPHeaders headers = response->httpHeaders();
@@ -109,8 +111,10 @@ std::unique_ptr<BodyTransfer> writeAnswer(std::string& out, const RequestHead& r
   if (const auto modified = response->lastModified()) head.add("Last-Modified", httpDate(*modified));
   head.addPersistence(keepAlive, request.minorVersion);
   head.end();
-  if (request.method == "HEAD" || forbidsBody(status) || segments.empty()) return nullptr;
-  return writeBody(out, std::move(response), std::move(segments));
+  WrittenAnswer answer{.status = status};
+  if (request.method == "HEAD" || forbidsBody(status) || segments.empty()) return answer;
+  writeBody(out, std::move(response), std::move(segments), answer);
+  return answer;
 }
 
 void writeRefusal(std::string& out, int status, std::string_view date, bool keepAlive, int minorVersion,

@@ -1,6 +1,5 @@
 #include "Platform/HTTP/Server/BodyTransfer.h"
 
-#include <sys/sendfile.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -81,6 +80,10 @@ bool BodyTransfer::wantsCork(const SocketChannel& channel) const {
   return memory_ == nullptr && region_.descriptor >= 0 && !channel.isPeerLocal();
 }
 
+bool BodyTransfer::isFile(const HTTPResponse& response) {
+  return response.contiguousBody() == nullptr && response.fileRegion().descriptor >= 0;
+}
+
 bool BodyTransfer::appendSmall(const HTTPResponse& response, const BodySegment& segment, std::string& out) {
   if (segment.length > smallBody) return false;
   if (const std::string* body = response.contiguousBody(); body != nullptr) {
@@ -115,6 +118,7 @@ void BodyTransfer::advance(std::uint64_t bytes) {
   offset_ += bytes;
   remaining_ -= bytes;
   progress_ += bytes;
+  if (memory_ == nullptr && region_.descriptor >= 0) fileProgress_ += bytes;
 }
 
 BodyTransfer::Step BodyTransfer::stepMemory(SocketChannel& channel) {
@@ -165,7 +169,7 @@ BodyTransfer::Step BodyTransfer::stepSendfile(SocketChannel& channel) {
   }
   fetched_->reset();
   auto position = static_cast<off_t>(start);
-  const ssize_t sent = ::sendfile(channel.descriptor(), region_.descriptor, &position, length);
+  const ssize_t sent = channel.sendFile(region_.descriptor, position, length);
   if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return Step::Blocked;
   if (sent <= 0) return Step::Failed;
   advance(static_cast<std::uint64_t>(sent));

@@ -42,11 +42,15 @@ class BodyTransfer {
   bool isFinished() const { return entered_ && remaining_ == 0 && current_ + 1 >= segments_.size(); }
   /// Bytes moved so far.
   std::uint64_t progress() const { return progress_; }
+  /// Those of them that a file holds.
+  std::uint64_t fileProgress() const { return fileProgress_; }
   /// Large files to other hosts want full packets around them.
   bool wantsCork(const SocketChannel& channel) const;
 
   /// Appends the whole of a small body when that takes no waiting.
   static bool appendSmall(const HTTPResponse& response, const BodySegment& segment, std::string& out);
+  /// Whether the body is sent out of a file.
+  static bool isFile(const HTTPResponse& response);
   static constexpr std::uint64_t smallBody = std::uint64_t{64} << 10;
 
  private:
@@ -65,6 +69,7 @@ class BodyTransfer {
   std::uint64_t offset_ = 0;
   std::uint64_t remaining_ = 0;
   std::uint64_t progress_ = 0;
+  std::uint64_t fileProgress_ = 0;
   HTTPFileRegion region_;
   const std::string* memory_ = nullptr;
 

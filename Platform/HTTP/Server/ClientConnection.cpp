@@ -62,7 +62,7 @@ ClientConnection::ClientConnection(std::shared_ptr<ServerContext> context,
     : context_(std::move(context)),
       thread_(std::move(thread)),
       slot_(std::move(slot)),
-      channel_(std::make_unique<SocketChannel>(*thread_, descriptor)),
+      channel_(std::make_unique<SocketChannel>(*thread_, descriptor, context_->counters)),
       reader_(context_->limits),
       bodySink_([this](std::string_view bytes) { handler_->processBodyData(bytes); }) {}
 
@@ -170,6 +170,7 @@ bool ClientConnection::headArrived() {
   if (!supported && head.hasBody) return refuse(405, {{"Allow", allowed}}), false;
   if (!supported) {
     writeRefusal(output_, 405, thread_->dateText(), head.keepAlive, head.minorVersion, {{"Allow", allowed}});
+    context_->counters->answered(405);
     closeAfterwards_ = !head.keepAlive;
     reader_.next();
     enter(Phase::Idle);
@@ -218,11 +219,12 @@ void ClientConnection::prepare(std::shared_ptr<HTTPResponse> deferred) {
 void ClientConnection::respond(std::shared_ptr<HTTPResponse> response) {
   const RequestHead& head = reader_.head();
   closeAfterwards_ = !head.keepAlive;
+  WrittenAnswer answer{.status = 404};
   const bool written = guarded([&] {
     const std::size_t before = output_.size();
     try {
       if (response) {
-        body_ = writeAnswer(output_, head, std::move(response), head.keepAlive, thread_->dateText());
+        answer = writeAnswer(output_, head, std::move(response), head.keepAlive, thread_->dateText());
       } else {
         writeRefusal(output_, 404, thread_->dateText(), head.keepAlive, head.minorVersion);
       }
@@ -232,6 +234,9 @@ void ClientConnection::respond(std::shared_ptr<HTTPResponse> response) {
     }
   });
   if (!written) return refuse(500);
+  body_ = std::move(answer.body);
+  context_->counters->answered(answer.status);
+  if (answer.fileBytes > 0) context_->counters->fileBytesServed.add(answer.fileBytes);
   if (body_ && body_->wantsCork(*channel_)) channel_->setCorked(true);
   reader_.next();
   if (phase_ != Phase::Sending) enter(Phase::Idle);
@@ -239,6 +244,7 @@ void ClientConnection::respond(std::shared_ptr<HTTPResponse> response) {
 
 void ClientConnection::refuse(int status, const HTTPHeaders& headers) {
   writeRefusal(output_, status, thread_->dateText(), false, 1, headers);
+  context_->counters->answered(status);
   closeAfterwards_ = linger_ = true;
 }
 
@@ -263,6 +269,7 @@ void ClientConnection::upgrade() {
       .append("\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: ")
       .append(webSocketAcceptKey(*head.field("Sec-WebSocket-Key")))
       .append("\r\n\r\n");
+  context_->counters->upgrades.add();
   phase_ = Phase::Ended;
   thread_->release(*this);
   endpoint->open(std::move(channel_), std::move(socket), std::move(output_), reader_.unread());
@@ -303,8 +310,12 @@ bool ClientConnection::stepBody() {
   if (phase_ != Phase::Sending) enter(Phase::Sending);
   BodyTransfer::Step step = BodyTransfer::Step::Failed;
   const std::uint64_t before = body_->progress();
+  const std::uint64_t fileBytesBefore = body_->fileProgress();
   guarded([&] { step = body_->step(*channel_, output_); });
   if (body_->progress() != before) touch();
+  if (const std::uint64_t fileBytes = body_->fileProgress() - fileBytesBefore; fileBytes > 0) {
+    context_->counters->fileBytesServed.add(fileBytes);
+  }
   switch (step) {
     case BodyTransfer::Step::Advanced:
       // The last bytes must not wait for more to come.

@@ -4,6 +4,9 @@
 
 #include <mutex>
 #include <unordered_map>
+#include <utility>
+
+#include "Platform/HTTP/Server/ServerCounters.h"
 
 namespace ferrox {
 
@@ -13,6 +16,7 @@ struct ConnectionCounts::State {
   std::size_t addressLimit = 0;
   std::size_t total = 0;
   std::unordered_map<std::string, std::size_t> byAddress;
+  std::shared_ptr<ServerCounters> counters;
 };
 
 class ConnectionCounts::Slot {
@@ -22,6 +26,7 @@ class ConnectionCounts::Slot {
   Slot(const Slot&) = delete;
   Slot& operator=(const Slot&) = delete;
   ~Slot() {
+    state_->counters->connectionsEnded.add();
     std::lock_guard lock(state_->mutex);
     --state_->total;
     const auto entry = state_->byAddress.find(address_);
@@ -46,10 +51,12 @@ std::string addressBytes(const sockaddr_storage& peer) {
 
 }  // namespace
 
-ConnectionCounts::ConnectionCounts(std::size_t total, std::size_t perAddress)
+ConnectionCounts::ConnectionCounts(std::size_t total, std::size_t perAddress,
+                                   std::shared_ptr<ServerCounters> counters)
     : state_(std::make_shared<State>()) {
   state_->totalLimit = total;
   state_->addressLimit = perAddress;
+  state_->counters = std::move(counters);
 }
 
 ConnectionCounts::~ConnectionCounts() = default;
@@ -65,6 +72,7 @@ std::shared_ptr<ConnectionCounts::Slot> ConnectionCounts::admit(const sockaddr_s
   }
   ++count;
   ++state_->total;
+  state_->counters->connectionsAccepted.add();
   return std::make_shared<Slot>(state_, std::move(address));
 }
 

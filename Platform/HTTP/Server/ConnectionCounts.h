@@ -9,13 +9,15 @@
 
 namespace ferrox {
 
+struct ServerCounters;
+
 /// Thread: any
 class ConnectionCounts {
  public:
   /// One admitted connection; given back when destroyed.
   class Slot;
 
-  ConnectionCounts(std::size_t total, std::size_t perAddress);
+  ConnectionCounts(std::size_t total, std::size_t perAddress, std::shared_ptr<ServerCounters> counters);
   ~ConnectionCounts();
 
   /// Nothing when either limit is reached.

@@ -64,6 +64,7 @@ class Running {
   void accepted(int descriptor, const sockaddr_storage& peer) {
     auto slot = context_->counts.admit(peer);
     if (!slot) {
+      context_->counters->connectionsRefused.add();
       ::close(descriptor);
       return;
     }
@@ -96,6 +97,8 @@ struct FRX_HIDDEN HTTPServer::Impl {
   /// 0 while not running.
   std::atomic<std::uint16_t> boundPort{0};
   ServicePublisher publisher;
+  /// Shared with the connections, which may end after the server.
+  const std::shared_ptr<ServerCounters> counters = std::make_shared<ServerCounters>();
 };
 
 HTTPServer::HTTPServer(DNSSD* discovery) : impl_(std::make_unique<Impl>(discovery)) {}
@@ -149,7 +152,8 @@ bool HTTPServer::start(FRXError* error) {
   unsigned threadCount = 1;
   {
     std::lock_guard lock(impl_->mutex);
-    context = std::make_shared<ServerContext>(impl_->limits, impl_->access, impl_->connectionClass);
+    context = std::make_shared<ServerContext>(impl_->limits, impl_->access, impl_->connectionClass,
+                                              impl_->counters);
     port = impl_->configuredPort;
     threadCount = impl_->threadCount;
   }
@@ -175,6 +179,8 @@ void HTTPServer::stop() {
 }
 
 bool HTTPServer::isRunning() const { return impl_->boundPort != 0; }
+
+HTTPServerStatistics HTTPServer::statistics() const { return impl_->counters->statistics(); }
 
 void HTTPServer::setTXTRecordDictionary(TXTDictionary txt) {
   impl_->publisher.setTXTRecordDictionary(std::move(txt));

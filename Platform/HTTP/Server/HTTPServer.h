@@ -10,6 +10,7 @@
 #include "Platform/Base/FRXError.h"
 #include "Platform/DNSSD/DNSSD.h"
 #include "Platform/HTTP/Server/HTTPServerLimits.h"
+#include "Platform/HTTP/Server/HTTPServerStatistics.h"
 
 namespace ferrox {
 
@@ -48,6 +49,9 @@ class FRX_EXPORT HTTPServer {
   /// Withdraws the service and closes every connection before it returns.
   virtual void stop();
   virtual bool isRunning() const;
+
+  /// What it has done so far: a few loads, no lock. The numbers are not taken in one instant.
+  HTTPServerStatistics statistics() const;
 
   /// Kept, and pushed to DNS-SD while published.
   virtual void setTXTRecordDictionary(TXTDictionary txt);

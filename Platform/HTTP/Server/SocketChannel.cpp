@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 
 #include <boost/asio/basic_stream_socket.hpp>
@@ -15,6 +16,7 @@
 #include <cstring>
 
 #include "Platform/HTTP/Server/NetworkThread.h"
+#include "Platform/HTTP/Server/ServerCounters.h"
 #include "Platform/HTTP/Server/Session.h"
 
 namespace ferrox {
@@ -67,8 +69,8 @@ sockaddr_in6 asIPv6(const sockaddr_storage& address) {
 
 }  // namespace
 
-SocketChannel::SocketChannel(NetworkThread& thread, int descriptor)
-    : impl_(std::make_unique<Impl>(thread.context())) {
+SocketChannel::SocketChannel(NetworkThread& thread, int descriptor, std::shared_ptr<ServerCounters> counters)
+    : impl_(std::make_unique<Impl>(thread.context())), counters_(std::move(counters)) {
   error_code failure;
   impl_->socket.assign(asio::ip::tcp::v6(), descriptor, failure);
   if (failure) {
@@ -118,10 +120,19 @@ ssize_t SocketChannel::sendNow(const char* bytes, std::size_t count, bool more) 
   for (;;) {
     const ssize_t sent =
         ::send(descriptor(), bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
-    if (sent >= 0) return sent;
+    if (sent >= 0) {
+      counters_->bytesSent.add(static_cast<std::uint64_t>(sent));
+      return sent;
+    }
     if (errno == EINTR) continue;
     return errno == EAGAIN || errno == EWOULDBLOCK ? 0 : -1;
   }
+}
+
+ssize_t SocketChannel::sendFile(int file, off_t& position, std::size_t count) {
+  const ssize_t sent = ::sendfile(descriptor(), file, &position, count);
+  if (sent > 0) counters_->bytesSent.add(static_cast<std::uint64_t>(sent));
+  return sent;
 }
 
 void SocketChannel::setCorked(bool corked) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -115,7 +116,8 @@ class ManagerFixture : public testing::Test {
       .broadcast =
           [this](std::span<const std::shared_ptr<WebSocketClient>> all, std::string_view text) {
             ++framed;
-            for (const auto& client : all) client->send(text);
+            return static_cast<std::size_t>(std::count_if(
+                all.begin(), all.end(), [text](const auto& client) { return client->send(text); }));
           },
       .currentServices = [this] { return peers; },
       .idForServiceName = [this](const std::string& name) -> std::optional<std::string> {

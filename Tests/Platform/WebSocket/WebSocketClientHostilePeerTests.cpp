@@ -37,6 +37,7 @@ class WebSocketClientHostilePeer : public ScriptedClientTest {
     EXPECT_TRUE(waitForEnd());
     const int sent = code.get_future().get();
     EXPECT_EQ(delegate().closes, (Closes{{sent, "", false}}));
+    EXPECT_EQ(client().refusal(), sent);
     EXPECT_TRUE(delegate().messages.empty());
     EXPECT_TRUE(waitFor([&] { return server_->openCount() == 0; }));
     return sent;

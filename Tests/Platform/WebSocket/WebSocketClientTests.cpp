@@ -176,8 +176,10 @@ TEST_F(WebSocketClientTest, BroadcastReachesEveryOpenSocketInOrder) {
   clients_.push_back(make(url()));  // not open
   clients_.push_back(nullptr);
   for (int i = 0; i < 50; ++i) {
-    WebSocketClient::broadcast(clients_, "to all " + std::to_string(i));
-    if (i % 10 == 3) clients_[2]->send("to one " + std::to_string(i));
+    EXPECT_EQ(WebSocketClient::broadcast(clients_, "to all " + std::to_string(i)), delegates_.size());
+    if (i % 10 == 3) {
+      EXPECT_TRUE(clients_[2]->send("to one " + std::to_string(i)));
+    }
   }
   std::vector<std::string> all, withSingles;
   for (int i = 0; i < 50; ++i) {
@@ -190,6 +192,21 @@ TEST_F(WebSocketClientTest, BroadcastReachesEveryOpenSocketInOrder) {
     ASSERT_TRUE(wait([&] { return delegates_[i]->messages.size() >= expected.size(); })) << i;
     EXPECT_EQ(delegates_[i]->messages, expected) << i;
   }
+}
+
+TEST_F(WebSocketClientTest, TellsWhetherItTookAText) {
+  start();
+  connectMany(1);
+  WebSocketClient& client = *clients_[0];
+  clients_.push_back(make(url()));
+  EXPECT_FALSE(clients_[1]->send("too early"));
+  EXPECT_TRUE(client.send("text"));
+  EXPECT_FALSE(client.send("\xFF\xFE"));
+  EXPECT_EQ(WebSocketClient::broadcast(clients_, "\xFF\xFE"), 0U);
+  EXPECT_EQ(WebSocketClient::broadcast(clients_, "text"), 1U) << "only one is open";
+  client.close();
+  EXPECT_FALSE(client.send("too late"));
+  EXPECT_EQ(WebSocketClient::broadcast(clients_, "too late"), 0U);
 }
 
 TEST_F(WebSocketClientTest, MessagesSentBeforeCloseArriveBeforeIt) {

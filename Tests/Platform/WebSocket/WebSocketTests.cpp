@@ -284,7 +284,7 @@ TEST_F(WebSocketTest, APeerThatDoesNotReadIsCutAtTheQueueLimit) {
   const std::string text(100000, 'x');
   for (int i = 0; i < 1000; ++i) target->sendMessage(text);
   EXPECT_TRUE(endpoint->waitFor([&] { return endpoint->closed == 1; }));
-  target->sendMessage("after the end");
+  EXPECT_FALSE(target->sendMessage("after the end"));
   target->close();
 }
 
@@ -340,7 +340,7 @@ TEST_F(WebSocketTest, ResetsAndServerStopsAreReportedOnce) {
   const auto close = readFrame(second);
   EXPECT_TRUE(close && close->opcode == 8);
   EXPECT_TRUE(second.isClosedByPeer());
-  kept->sendMessage("nobody there");
+  EXPECT_FALSE(kept->sendMessage("nobody there"));
   kept->close();
 }
 
