@@ -134,8 +134,9 @@ void ScriptedHTTPServer::acceptConnections() {
       if (errno == EINTR || errno == ECONNABORTED) continue;
       return;
     }
-    const auto connection = std::make_shared<ScriptedConnection>(socket, acceptCount_++);
+    // Counted as open first: who sees that it was accepted may wait for its end.
     const std::size_t open = ++openCount_;
+    const auto connection = std::make_shared<ScriptedConnection>(socket, acceptCount_++);
     highestOpenCount_ = std::max(highestOpenCount_.load(), open);
     const std::lock_guard lock(mutex_);
     connections_.push_back(connection);
